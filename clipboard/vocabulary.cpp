@@ -40,7 +40,7 @@ ClipboardVocabulary makeDefaultVocabulary() {
   v.defaultActionText = "copy";
   v.actionOneText = "cut";
 
-  v.fallbackFlavors = {foundation::json::Value("text/plain;charset=utf-8"),
+  v.fallbackFlavors = {foundation::json::Value("text/plain"),
                        foundation::json::Value("text/uri-list"),
                        foundation::json::Value("image/png")};
   return v;

@@ -70,7 +70,7 @@ struct ClipboardVocabulary {
 //   data URLs   "data:" + mime + ";" + "base64" + "," + base64 (RFC 2397); tagged images carry
 //               "data:image/png;base64," + base64
 //   actions     "copy" (default), "cut" (action one)
-//   fallback    "text/plain;charset=utf-8", "text/uri-list", "image/png"
+//   fallback    "text/plain", "text/uri-list", "image/png"
 ClipboardVocabulary const& defaultClipboardVocabulary();
 
 }  // namespace EditorServices

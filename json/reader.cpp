@@ -1,1 +1,862 @@
-// Implemented in a later change.
+#include "json/reader.hpp"
+
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "platform/i18n.hpp"
+#include "platform/json.hpp"
+
+namespace foundation::json {
+
+namespace {
+
+namespace rc = read_result;
+
+enum class TypeGroup { none, signed_integer, unsigned_integer };
+
+constexpr std::string_view qvdata_key = "qvdata";
+constexpr std::string_view qvtype_key = "qvtype";
+
+inline bool is_space(char c) {
+  return fl::i18n::lcctype::isspace_ascii(static_cast<unsigned char>(c));
+}
+
+inline bool is_digit(char c) {
+  return fl::i18n::lcctype::isdigit_ascii(static_cast<unsigned char>(c));
+}
+
+TypeGroup type_group(std::string_view name) {
+  if (name == "int64" || name == "int32" || name == "int16" || name == "int8") {
+    return TypeGroup::signed_integer;
+  }
+  if (name == "uint64" || name == "uint32" || name == "uint16" || name == "uint8") {
+    return TypeGroup::unsigned_integer;
+  }
+  return TypeGroup::none;
+}
+
+#if defined(__GNUC__) && defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#define FOUNDATION_JSON_SWAR 1
+// Bit 7 of each byte of the result is set where v holds the byte c; exact for the lowest such
+// byte, which is all the callers look at.
+inline std::uint64_t bytes_equal(std::uint64_t v, unsigned char c) {
+  constexpr std::uint64_t ones = 0x0101010101010101ULL;
+  std::uint64_t const x = v ^ (ones * c);
+  return (x - ones) & ~x & (ones << 7);
+}
+#endif
+
+// The first '"' or '\\' in [p, end), or end. Plain string bytes are skipped in blocks; this is
+// where long strings spend their time.
+inline char const* find_quote_or_backslash(char const* p, char const* end) {
+#if defined(__SSE2__)
+  __m128i const quote = _mm_set1_epi8('"');
+  __m128i const backslash = _mm_set1_epi8('\\');
+  while (end - p >= 16) {
+    __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+    int const mask = _mm_movemask_epi8(
+        _mm_or_si128(_mm_cmpeq_epi8(block, quote), _mm_cmpeq_epi8(block, backslash)));
+    if (mask != 0) {
+      return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+    p += 16;
+  }
+#endif
+#if defined(FOUNDATION_JSON_SWAR)
+  while (end - p >= 8) {
+    std::uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    std::uint64_t const hits = bytes_equal(word, '"') | bytes_equal(word, '\\');
+    if (hits != 0) {
+      return p + (__builtin_ctzll(hits) >> 3);
+    }
+    p += 8;
+  }
+#endif
+  while (p != end && *p != '"' && *p != '\\') {
+    ++p;
+  }
+  return p;
+}
+
+// The number of ',' before the first ']' in [p, end): an upper bound on the elements of a
+// typed array, so that its vector is allocated once.
+std::size_t count_commas_before_bracket(char const* p, char const* end) {
+  std::size_t commas = 0;
+#if defined(__SSE2__)
+  __m128i const comma = _mm_set1_epi8(',');
+  __m128i const bracket = _mm_set1_epi8(']');
+  while (end - p >= 16) {
+    __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+    unsigned comma_mask =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, comma)));
+    unsigned const bracket_mask =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, bracket)));
+    if (bracket_mask != 0) {
+      comma_mask &= (bracket_mask & (0u - bracket_mask)) - 1;
+      return commas + static_cast<std::size_t>(__builtin_popcount(comma_mask));
+    }
+    commas += static_cast<std::size_t>(__builtin_popcount(comma_mask));
+    p += 16;
+  }
+#endif
+  for (; p != end && *p != ']'; ++p) {
+    commas += *p == ',';
+  }
+  return commas;
+}
+
+// std::vector would copy Values when it grows (their move may allocate, so it is not
+// noexcept); strings and scalars move for free, so grow by hand.
+void make_room(Array& values) {
+  if (values.size() < values.capacity()) {
+    return;
+  }
+  Array bigger;
+  bigger.reserve(values.empty() ? 4 : 2 * values.size());
+  for (Value& v : values) {
+    bigger.emplace_back(std::move(v));
+  }
+  values.swap(bigger);
+}
+
+// A new slot for a value that starts with first. An array or object Value cannot be moved
+// without allocating a new box, so the slot is given that kind up front and the value is read
+// into it in place.
+template <class Emplace>
+decltype(auto) emplace_for(char first, Emplace&& emplace) {
+  switch (first) {
+    case '{': return emplace(Object{});
+    case '[': return emplace(Array{});
+    case '"': return emplace(std::string{});
+    default: return emplace(Undefined{});
+  }
+}
+
+class Reader {
+ public:
+  Reader(char const* end, bool comments) : end_(end), comments_(comments) {}
+
+  void skip(char const*& pos) const {
+    if (!comments_) {
+      while (pos != end_ && is_space(*pos)) {
+        ++pos;
+      }
+    } else {
+      skip_space(pos, end_, true);
+    }
+  }
+
+  int value(char const*& pos, Value& out, int depth) const;
+  int object(char const*& pos, Object& out, int depth) const;
+  int array(char const*& pos, Array& out, int depth) const;
+  int typed_data(char const*& pos, TypeGroup group, Value& out, int depth) const;
+  template <bool Signed>
+  int typed_array(char const*& pos, Array& out) const;
+
+ private:
+  int qvtype_step(Value const& type_value, TypeGroup& pending, bool& data_seen,
+                  char const* data_start, Object& members) const;
+
+  char const* const end_;
+  bool const comments_;
+};
+
+// The furthest position any alternative of a value reached, and the code that goes with it.
+struct Furthest {
+  char const* pos;
+  int code;
+  void offer(char const* p, int c) {
+    if (p > pos) {
+      pos = p;
+      code = c;
+    }
+  }
+};
+
+int Reader::value(char const*& pos, Value& out, int depth) const {
+  char const* const start = pos;
+
+  // 1. string
+  char const* p = start;
+  int code;
+  if (out.is<std::string>()) {
+    code = parse_string(p, end_, out.get<std::string>());
+  } else {
+    std::string text;
+    code = parse_string(p, end_, text);
+    if (code == rc::ok) {
+      out = Value(std::move(text));
+    }
+  }
+  Furthest best{p, code};
+  if (code == rc::ok) {
+    pos = p;
+    return rc::ok;
+  }
+
+  // 2. number
+  p = start;
+  code = scan_number(p, end_);
+  if (code == rc::ok) {
+    std::string const text = detail::get_utf8_string(start, p);
+    out = Value(detail::string_to_double(text.c_str()));
+    pos = p;
+    return rc::ok;
+  }
+  best.offer(p, code);
+
+  // 3. object
+  p = start;
+  if (out.is<Object>()) {
+    code = object(p, out.get<Object>(), depth);
+  } else {
+    Object members;
+    code = object(p, members, depth);
+    if (code == rc::ok) {
+      out = Value(std::move(members));
+    }
+  }
+  if (code == rc::ok) {
+    pos = p;
+    return rc::ok;
+  }
+  best.offer(p, code);
+
+  // 4. array
+  p = start;
+  if (out.is<Array>()) {
+    code = array(p, out.get<Array>(), depth);
+  } else {
+    Array elements;
+    code = array(p, elements, depth);
+    if (code == rc::ok) {
+      out = Value(std::move(elements));
+    }
+  }
+  if (code == rc::ok) {
+    pos = p;
+    return rc::ok;
+  }
+  best.offer(p, code);
+
+  // 5. boolean
+  p = start;
+  code = match_literal(p, end_, "true", rc::not_boolean);
+  if (code == rc::ok) {
+    out = Value(true);
+    pos = p;
+    return rc::ok;
+  }
+  if (code == rc::not_boolean) {
+    code = match_literal(p, end_, "false", rc::not_boolean);
+    if (code == rc::ok) {
+      out = Value(false);
+      pos = p;
+      return rc::ok;
+    }
+  }
+  best.offer(p, code);
+
+  // 6. null
+  p = start;
+  code = match_literal(p, end_, "null", rc::not_null);
+  if (code == rc::ok) {
+    out = Value(Null{});
+    pos = p;
+    return rc::ok;
+  }
+  best.offer(p, code);
+
+  pos = best.pos;
+  return best.code;
+}
+
+int Reader::qvtype_step(Value const& type_value, TypeGroup& pending, bool& data_seen,
+                        char const* data_start, Object& members) const {
+  // A qvtype that is not a string is kept as read and changes nothing.
+  if (!type_value.is<std::string>()) {
+    return rc::ok;
+  }
+  TypeGroup const group = type_group(type_value.get<std::string>());
+  if (group != TypeGroup::none) {
+    pending = group;
+  }
+  if (!data_seen || pending == TypeGroup::none) {
+    return rc::ok;
+  }
+  // qvdata came first and was read plainly: read it again as a typed array. The entry is
+  // Undefined while that runs, so an exception leaves it so.
+  Value& data = members[std::string(qvdata_key)];
+  data = Value();
+  char const* p = data_start;
+  Value typed;
+  int const code = typed_data(p, pending, typed, 0);
+  if (code != rc::ok) {
+    return code;
+  }
+  data = std::move(typed);
+  data_seen = false;
+  return rc::ok;
+}
+
+int Reader::object(char const*& pos, Object& out, int depth) const {
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos != '{') {
+    return rc::expected_object;
+  }
+  ++pos;
+  if (++depth > max_nesting_depth) {
+    return rc::too_deep;
+  }
+  skip(pos);
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos == '}') {
+    ++pos;
+    out.clear();
+    return rc::ok;
+  }
+
+  Object members;
+  std::string key;
+  TypeGroup pending = TypeGroup::none;
+  bool data_seen = false;
+  char const* data_start = nullptr;
+  for (;;) {
+    int code = parse_string(pos, end_, key);
+    if (code != rc::ok) {
+      return code;
+    }
+    skip(pos);
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
+    if (*pos != ':') {
+      return rc::expected_colon;
+    }
+    ++pos;
+    skip(pos);
+
+    bool const is_data = key == qvdata_key;
+    bool const is_type = key == qvtype_key;
+    // The value is read straight into its map node. Nothing reads the map while a value is
+    // read, so inserting first is the same as inserting after; on failure the map is dropped.
+    // A repeated key reads into a scratch Value that is then dropped: the first one stays.
+    Value scratch;
+    Value* target = &scratch;
+    if (pos != end_) {
+      auto const inserted = emplace_for(*pos, [&](auto&& seed) {
+        return members.try_emplace(std::move(key), std::forward<decltype(seed)>(seed));
+      });
+      if (inserted.second) {
+        target = &inserted.first->second;
+      }
+    } else if (members.find(key) == members.end()) {
+      target = &members[std::move(key)];
+    }
+
+    if (is_data) {
+      data_start = pos;
+      try {
+        code = typed_data(pos, pending, *target, depth);
+      } catch (...) {
+        code = rc::unexpected_end;
+      }
+      data_seen = true;
+    } else {
+      code = value(pos, *target, depth);
+      if (code == rc::ok && is_type) {
+        try {
+          code = qvtype_step(*target, pending, data_seen, data_start, members);
+        } catch (...) {
+          // Dropped: the member stays as read and the object is read on.
+        }
+      }
+    }
+    if (code != rc::ok) {
+      return code;
+    }
+
+    skip(pos);
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
+    if (*pos == ',') {
+      ++pos;
+      skip(pos);
+      continue;
+    }
+    if (*pos == '}') {
+      ++pos;
+      out = std::move(members);
+      return rc::ok;
+    }
+    return rc::expected_comma_or_brace;
+  }
+}
+
+int Reader::array(char const*& pos, Array& out, int depth) const {
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos != '[') {
+    return rc::expected_array;
+  }
+  ++pos;
+  if (++depth > max_nesting_depth) {
+    return rc::too_deep;
+  }
+  skip(pos);
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos == ']') {
+    ++pos;
+    out.clear();
+    return rc::ok;
+  }
+
+  Array elements;
+  for (;;) {
+    // As in object: each element is read in place at the back; a failure drops them all.
+    make_room(elements);
+    if (pos != end_) {
+      emplace_for(*pos, [&](auto&& seed) -> Value& {
+        return elements.emplace_back(std::forward<decltype(seed)>(seed));
+      });
+    } else {
+      elements.emplace_back();
+    }
+    int const code = value(pos, elements.back(), depth);
+    if (code != rc::ok) {
+      return code;
+    }
+    skip(pos);
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
+    if (*pos == ',') {
+      ++pos;
+      skip(pos);
+      continue;
+    }
+    if (*pos == ']') {
+      ++pos;
+      out = std::move(elements);
+      return rc::ok;
+    }
+    return rc::expected_comma_or_bracket;
+  }
+}
+
+int Reader::typed_data(char const*& pos, TypeGroup group, Value& out, int depth) const {
+  if (group == TypeGroup::none) {
+    return value(pos, out, depth);
+  }
+  auto const read = [&](Array& elements) {
+    return group == TypeGroup::signed_integer ? typed_array<true>(pos, elements)
+                                              : typed_array<false>(pos, elements);
+  };
+  if (out.is<Array>()) {
+    return read(out.get<Array>());
+  }
+  Array elements;
+  int const code = read(elements);
+  if (code == rc::ok) {
+    out = Value(std::move(elements));
+  }
+  return code;
+}
+
+// Bytes that may not follow an element of a typed array: they would make it a float, a
+// string or an object.
+inline bool ends_typed_element_badly(char c) {
+  return c == '.' || c == '"' || c == 'E' || c == 'e' || c == '{';
+}
+
+template <bool Signed>
+int Reader::typed_array(char const*& pos, Array& out) const {
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos != '[') {
+    return rc::expected_array;
+  }
+  ++pos;
+  skip(pos);
+  if (pos == end_) {
+    return rc::unexpected_end;
+  }
+  if (*pos == ']') {
+    ++pos;
+    out.clear();
+    return rc::ok;
+  }
+
+  Array elements;
+  {
+    // Every element takes at least a digit and a separator, which bounds what a text of
+    // commas alone can make us reserve.
+    std::size_t const bound = static_cast<std::size_t>(end_ - pos) / 2 + 1;
+    std::size_t const estimate = count_commas_before_bracket(pos, end_) + 1;
+    elements.reserve(estimate < bound ? estimate : bound);
+  }
+  for (;;) {
+    bool negative = false;
+    if (*pos == '-') {
+      negative = true;
+      ++pos;
+      if (pos == end_) {
+        return rc::unexpected_end;
+      }
+    }
+    if (!is_digit(*pos)) {
+      return rc::bad_typed_element;
+    }
+    char const* const digits = pos;
+    if (*pos == '0') {
+      ++pos;
+    } else {
+      do {
+        ++pos;
+      } while (pos != end_ && is_digit(*pos));
+    }
+    std::size_t const count = static_cast<std::size_t>(pos - digits);
+
+    // Decimal, saturating at the limits of the element type.
+    if constexpr (Signed) {
+      using limits = std::numeric_limits<long>;
+      long v = 0;
+      if (count <= 18) {
+        for (char const* d = digits; d != pos; ++d) {
+          v = v * 10 + (*d - '0');
+        }
+        v = negative ? -v : v;
+      } else if (!negative) {
+        for (char const* d = digits; d != pos; ++d) {
+          int const digit = *d - '0';
+          if (v > (limits::max() - digit) / 10) {
+            v = limits::max();
+            break;
+          }
+          v = v * 10 + digit;
+        }
+      } else {
+        for (char const* d = digits; d != pos; ++d) {
+          int const digit = *d - '0';
+          if (v < (limits::min() + digit) / 10) {
+            v = limits::min();
+            break;
+          }
+          v = v * 10 - digit;
+        }
+      }
+      make_room(elements);
+      elements.emplace_back(v);
+    } else {
+      using limits = std::numeric_limits<unsigned long>;
+      unsigned long v = 0;
+      if (negative) {
+        v = 0;
+      } else if (count <= 19) {
+        for (char const* d = digits; d != pos; ++d) {
+          v = v * 10 + static_cast<unsigned long>(*d - '0');
+        }
+      } else {
+        for (char const* d = digits; d != pos; ++d) {
+          auto const digit = static_cast<unsigned long>(*d - '0');
+          if (v > (limits::max() - digit) / 10) {
+            v = limits::max();
+            break;
+          }
+          v = v * 10 + digit;
+        }
+      }
+      make_room(elements);
+      elements.emplace_back(v);
+    }
+
+    if (pos != end_ && ends_typed_element_badly(*pos)) {
+      return rc::bad_typed_element;
+    }
+    skip(pos);
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
+    char const c = *pos;
+    if (c == ',') {
+      ++pos;
+      skip(pos);
+      if (pos == end_) {
+        return rc::unexpected_end;
+      }
+      continue;
+    }
+    if (c == ']') {
+      ++pos;
+      out = std::move(elements);
+      return rc::ok;
+    }
+    return ends_typed_element_badly(c) ? rc::bad_typed_element : rc::expected_comma_or_bracket;
+  }
+}
+
+}  // namespace
+
+int parse_object(char const*& pos, char const* end, bool comments, Object& out) {
+  return Reader(end, comments).object(pos, out, 0);
+}
+
+int parse_value(char const*& pos, char const* end, bool comments, Value& out) {
+  return Reader(end, comments).value(pos, out, 0);
+}
+
+int parse_array(char const*& pos, char const* end, bool comments, Array& out) {
+  return Reader(end, comments).array(pos, out, 0);
+}
+
+int parse_string(char const*& pos, char const* end, std::string& out) {
+  char const* p = pos;
+  if (p == end) {
+    return rc::unexpected_end;
+  }
+  if (*p != '"') {
+    return rc::expected_string;
+  }
+  ++p;
+  char const* run_end = find_quote_or_backslash(p, end);
+  if (run_end == end) {
+    pos = end;
+    return rc::unexpected_end;
+  }
+  if (*run_end == '"') {
+    // No escapes: one copy straight into the output.
+    out.assign(p, run_end);
+    pos = run_end + 1;
+    return rc::ok;
+  }
+
+  // Escapes only shrink the text, so the distance to the closing quote bounds the result and
+  // the buffer is allocated once.
+  char const* close = run_end;
+  while (close != end && *close == '\\') {
+    close = end - close > 2 ? find_quote_or_backslash(close + 2, end) : end;
+  }
+  std::string text;
+  text.reserve(static_cast<std::size_t>(close - p));
+
+  for (;;) {
+    text.append(p, run_end);
+    p = run_end;
+    if (p == end) {
+      pos = end;
+      return rc::unexpected_end;
+    }
+    if (*p == '"') {
+      pos = p + 1;
+      out = std::move(text);
+      return rc::ok;
+    }
+    ++p;  // past the backslash
+    if (p == end) {
+      pos = end;
+      return rc::unexpected_end;
+    }
+    switch (*p) {
+      case '"': text += '"'; break;
+      case '\\': text += '\\'; break;
+      case '/': text += '/'; break;
+      case 'b': text += '\b'; break;
+      case 'f': text += '\f'; break;
+      case 'n': text += '\n'; break;
+      case 'r': text += '\r'; break;
+      case 't': text += '\t'; break;
+      case 'u': {
+        ++p;
+        char16_t units[2];
+        int count = 1;
+        int code = parse_hex4(p, end, units[0]);
+        if (code == rc::ok && units[0] >= 0xD800 && units[0] <= 0xDBFF) {
+          if (end - p < 6) {
+            code = rc::unexpected_end;
+          } else if (p[0] != '\\' || p[1] != 'u') {
+            code = rc::bad_unicode_escape;
+          } else {
+            p += 2;
+            code = parse_hex4(p, end, units[1]);
+            count = 2;
+          }
+        }
+        if (code != rc::ok) {
+          pos = p;
+          return code;
+        }
+        text += detail::u16_to_u8(units, count);
+        --p;  // the shared step below moves past the last hex digit
+        break;
+      }
+      default:
+        pos = p;
+        return rc::bad_escape;
+    }
+    ++p;
+    run_end = find_quote_or_backslash(p, end);
+  }
+}
+
+int scan_number(char const*& pos, char const* end) {
+  if (pos == end) {
+    return rc::unexpected_end;
+  }
+  if (*pos == '-') {
+    ++pos;
+    if (pos == end) {
+      return rc::unexpected_end;
+    }
+  }
+  auto const skip_digits = [&] {
+    while (pos != end && is_digit(*pos)) {
+      ++pos;
+    }
+  };
+  bool fraction = false;
+  if (*pos == '0') {
+    ++pos;
+    if (pos == end) {
+      return rc::ok;
+    }
+    if (*pos == '.') {
+      fraction = true;
+    } else {
+      // "007" is one number; no fraction may follow such a run.
+      skip_digits();
+      if (pos == end) {
+        return rc::ok;
+      }
+    }
+  } else {
+    if (!is_digit(*pos)) {
+      return rc::expected_digit;
+    }
+    skip_digits();
+    if (pos == end) {
+      return rc::ok;
+    }
+    fraction = *pos == '.';
+  }
+  if (fraction) {
+    ++pos;
+    if (pos == end) {
+      return rc::unexpected_end;
+    }
+    if (!is_digit(*pos)) {
+      return rc::expected_fraction_digit;
+    }
+    skip_digits();
+    if (pos == end) {
+      return rc::ok;
+    }
+  }
+  if (*pos == 'e' || *pos == 'E') {
+    ++pos;
+    if (pos == end) {
+      return rc::unexpected_end;
+    }
+    if (*pos == '+' || *pos == '-') {
+      ++pos;
+      if (pos == end) {
+        return rc::unexpected_end;
+      }
+    }
+    if (!is_digit(*pos)) {
+      return rc::expected_exponent_digit;
+    }
+    skip_digits();
+  }
+  return rc::ok;
+}
+
+int match_literal(char const*& pos, char const* end, std::string_view literal, int mismatch) {
+  auto const remaining = static_cast<std::size_t>(end - pos);
+  if (remaining >= literal.size()) {
+    if (std::memcmp(pos, literal.data(), literal.size()) != 0) {
+      return mismatch;
+    }
+    pos += literal.size();
+    return rc::ok;
+  }
+  if (remaining == 0) {
+    return rc::unexpected_end;
+  }
+  return std::memcmp(pos, literal.data(), remaining) == 0 ? rc::unexpected_end : mismatch;
+}
+
+int parse_hex4(char const*& pos, char const* end, char16_t& out) {
+  if (end - pos < 4) {
+    return rc::unexpected_end;
+  }
+  unsigned unit = 0;
+  for (int i = 0; i < 4; ++i) {
+    int const c = static_cast<unsigned char>(*pos);
+    if (!std::isxdigit(c)) {
+      return rc::bad_unicode_escape;
+    }
+    ++pos;
+    int const digit = std::isdigit(c) ? c - '0' : std::isupper(c) ? c - 'A' + 10 : c - 'a' + 10;
+    unit = (unit << 4) | static_cast<unsigned>(digit);
+  }
+  out = static_cast<char16_t>(unit);
+  return rc::ok;
+}
+
+void skip_space(char const*& pos, char const* end, bool comments) {
+  for (;;) {
+    while (pos != end && is_space(*pos)) {
+      ++pos;
+    }
+    if (!comments || end - pos < 2 || pos[0] != '/') {
+      return;
+    }
+    if (pos[1] == '*') {
+      char const* p = pos + 2;
+      while (end - p >= 2 && !(p[0] == '*' && p[1] == '/')) {
+        ++p;
+      }
+      pos = end - p >= 2 ? p + 2 : end;
+    } else if (pos[1] == '/') {
+      auto const* newline = static_cast<char const*>(
+          std::memchr(pos + 2, '\n', static_cast<std::size_t>(end - pos - 2)));
+      pos = newline != nullptr ? newline + 1 : end;
+    } else {
+      return;
+    }
+  }
+}
+
+int parse_typed_data(char const*& pos, char const* end, bool comments, std::string const& type_name,
+                     Value& out) {
+  return Reader(end, comments).typed_data(pos, type_group(type_name), out, 0);
+}
+
+int parse_int64_array(char const*& pos, char const* end, bool comments, Array& out) {
+  return Reader(end, comments).typed_array<true>(pos, out);
+}
+
+int parse_uint64_array(char const*& pos, char const* end, bool comments, Array& out) {
+  return Reader(end, comments).typed_array<false>(pos, out);
+}
+
+bool is_type_name(std::string_view name) { return type_group(name) != TypeGroup::none; }
+
+}  // namespace foundation::json

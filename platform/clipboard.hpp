@@ -48,6 +48,9 @@ class PFClipboardData {
   void addData(std::u16string const& mime, std::vector<Path> const& paths);
   void addData(std::u16string const& mime, std::unique_ptr<pf::graphics::PFGraphics> image);
   void addData(std::u16string const& mime, std::vector<std::byte> const& bytes);
+  // Same as the overloads above, taking the data over instead of copying it.
+  void addData(std::u16string const& mime, std::u16string&& text);
+  void addData(std::u16string const& mime, std::vector<std::byte>&& bytes);
 
   void setClipboardAction(PFClipboardAction action) noexcept { action_ = action; }
   PFClipboardAction clipboardAction() const noexcept { return action_; }
