@@ -95,8 +95,7 @@ std::size_t count_commas_before_bracket(char const* p, char const* end) {
   __m128i const bracket = _mm_set1_epi8(']');
   while (end - p >= 16) {
     __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
-    unsigned comma_mask =
-        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, comma)));
+    unsigned comma_mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, comma)));
     unsigned const bracket_mask =
         static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, bracket)));
     if (bracket_mask != 0) {
@@ -127,18 +126,55 @@ void make_room(Array& values) {
   values.swap(bigger);
 }
 
-// A new slot for a value that starts with first. An array or object Value cannot be moved
-// without allocating a new box, so the slot is given that kind up front and the value is read
-// into it in place.
+// Rarely taken paths are kept out of line so that the frames of the functions that recurse
+// (value, object, array) stay small; sanitizer builds make every local expensive.
+#if defined(__GNUC__)
+#define FOUNDATION_JSON_NOINLINE __attribute__((noinline))
+#else
+#define FOUNDATION_JSON_NOINLINE
+#endif
+
+// A Value for a value whose text starts with first. An array or object Value cannot be moved
+// without allocating a new box, so the slot gets that kind up front and the value is read into
+// it in place; a string slot saves a move as well.
 template <class Emplace>
 decltype(auto) emplace_for(char first, Emplace&& emplace) {
   switch (first) {
-    case '{': return emplace(Object{});
-    case '[': return emplace(Array{});
-    case '"': return emplace(std::string{});
-    default: return emplace(Undefined{});
+    case '{':
+      return emplace(Object{});
+    case '[':
+      return emplace(Array{});
+    case '"':
+      return emplace(std::string{});
+    default:
+      return emplace(Undefined{});
   }
 }
+
+// The node of key in members, created for a value starting with first; scratch when the key is
+// already there (the first member of a key stays, later ones are read and dropped). The key is
+// moved from only when a node is created.
+FOUNDATION_JSON_NOINLINE Value& member_slot(Object& members, std::string& key, char first,
+                                            Value& scratch) {
+  auto const inserted = emplace_for(first, [&](auto&& seed) {
+    return members.try_emplace(std::move(key), std::forward<decltype(seed)>(seed));
+  });
+  return inserted.second ? inserted.first->second : scratch;
+}
+
+FOUNDATION_JSON_NOINLINE Value& element_slot(Array& elements, char first) {
+  make_room(elements);
+  return emplace_for(first, [&](auto&& seed) -> Value& {
+    return elements.emplace_back(std::forward<decltype(seed)>(seed));
+  });
+}
+
+// What parse_object keeps about "qvtype" and "qvdata" for the one object it reads.
+struct TypedArrayState {
+  TypeGroup pending = TypeGroup::none;
+  bool data_seen = false;
+  char const* data_start = nullptr;
+};
 
 class Reader {
  public:
@@ -162,14 +198,101 @@ class Reader {
   int typed_array(char const*& pos, Array& out) const;
 
  private:
-  int qvtype_step(Value const& type_value, TypeGroup& pending, bool& data_seen,
-                  char const* data_start, Object& members) const;
+  int string_alternative(char const*& pos, Value& out) const;
+  int number_alternative(char const*& pos, Value& out) const;
+  int object_alternative(char const*& pos, Value& out, int depth) const;
+  int array_alternative(char const*& pos, Value& out, int depth) const;
+  int fresh_object(char const*& pos, Value& out, int depth) const;
+  int fresh_array(char const*& pos, Value& out, int depth) const;
+  int boolean_alternative(char const*& pos, Value& out) const;
+  int null_alternative(char const*& pos, Value& out) const;
+  int data_member(char const*& pos, TypedArrayState& state, Value& out, int depth) const;
+  void type_member(Value const& type_value, TypedArrayState& state, Object& members,
+                   int& code) const;
 
   char const* const end_;
   bool const comments_;
 };
 
-// The furthest position any alternative of a value reached, and the code that goes with it.
+FOUNDATION_JSON_NOINLINE int Reader::string_alternative(char const*& pos, Value& out) const {
+  if (out.is<std::string>()) {
+    return parse_string(pos, end_, out.get<std::string>());
+  }
+  std::string text;
+  int const code = parse_string(pos, end_, text);
+  if (code == rc::ok) {
+    out = Value(std::move(text));
+  }
+  return code;
+}
+
+FOUNDATION_JSON_NOINLINE int Reader::number_alternative(char const*& pos, Value& out) const {
+  char const* const start = pos;
+  int const code = scan_number(pos, end_);
+  if (code == rc::ok) {
+    std::string const text = detail::get_utf8_string(start, pos);
+    out = Value(detail::string_to_double(text.c_str()));
+  }
+  return code;
+}
+
+inline int Reader::object_alternative(char const*& pos, Value& out, int depth) const {
+  if (out.is<Object>()) {
+    return object(pos, out.get<Object>(), depth);
+  }
+  return fresh_object(pos, out, depth);
+}
+
+// Reading into a Value of another kind: read aside, then move in.
+FOUNDATION_JSON_NOINLINE int Reader::fresh_object(char const*& pos, Value& out, int depth) const {
+  Object members;
+  int const code = object(pos, members, depth);
+  if (code == rc::ok) {
+    out = Value(std::move(members));
+  }
+  return code;
+}
+
+inline int Reader::array_alternative(char const*& pos, Value& out, int depth) const {
+  if (out.is<Array>()) {
+    return array(pos, out.get<Array>(), depth);
+  }
+  return fresh_array(pos, out, depth);
+}
+
+// Reading into a Value of another kind: read aside, then move in.
+FOUNDATION_JSON_NOINLINE int Reader::fresh_array(char const*& pos, Value& out, int depth) const {
+  Array elements;
+  int const code = array(pos, elements, depth);
+  if (code == rc::ok) {
+    out = Value(std::move(elements));
+  }
+  return code;
+}
+
+FOUNDATION_JSON_NOINLINE int Reader::boolean_alternative(char const*& pos, Value& out) const {
+  int code = match_literal(pos, end_, "true", rc::not_boolean);
+  if (code == rc::ok) {
+    out = Value(true);
+  } else if (code == rc::not_boolean) {
+    code = match_literal(pos, end_, "false", rc::not_boolean);
+    if (code == rc::ok) {
+      out = Value(false);
+    }
+  }
+  return code;
+}
+
+FOUNDATION_JSON_NOINLINE int Reader::null_alternative(char const*& pos, Value& out) const {
+  int const code = match_literal(pos, end_, "null", rc::not_null);
+  if (code == rc::ok) {
+    out = Value(Null{});
+  }
+  return code;
+}
+
+// The furthest position any alternative of a value reached, and the code that goes with it;
+// on a tie the earlier alternative keeps it.
 struct Furthest {
   char const* pos;
   int code;
@@ -183,128 +306,98 @@ struct Furthest {
 
 int Reader::value(char const*& pos, Value& out, int depth) const {
   char const* const start = pos;
-
-  // 1. string
   char const* p = start;
-  int code;
-  if (out.is<std::string>()) {
-    code = parse_string(p, end_, out.get<std::string>());
-  } else {
-    std::string text;
-    code = parse_string(p, end_, text);
-    if (code == rc::ok) {
-      out = Value(std::move(text));
-    }
-  }
+  int code = string_alternative(p, out);
   Furthest best{p, code};
   if (code == rc::ok) {
     pos = p;
-    return rc::ok;
+    return code;
   }
-
-  // 2. number
   p = start;
-  code = scan_number(p, end_);
-  if (code == rc::ok) {
-    std::string const text = detail::get_utf8_string(start, p);
-    out = Value(detail::string_to_double(text.c_str()));
-    pos = p;
-    return rc::ok;
-  }
-  best.offer(p, code);
-
-  // 3. object
-  p = start;
-  if (out.is<Object>()) {
-    code = object(p, out.get<Object>(), depth);
-  } else {
-    Object members;
-    code = object(p, members, depth);
-    if (code == rc::ok) {
-      out = Value(std::move(members));
-    }
-  }
+  code = number_alternative(p, out);
   if (code == rc::ok) {
     pos = p;
-    return rc::ok;
+    return code;
   }
   best.offer(p, code);
-
-  // 4. array
   p = start;
-  if (out.is<Array>()) {
-    code = array(p, out.get<Array>(), depth);
-  } else {
-    Array elements;
-    code = array(p, elements, depth);
-    if (code == rc::ok) {
-      out = Value(std::move(elements));
-    }
-  }
+  code = object_alternative(p, out, depth);
   if (code == rc::ok) {
     pos = p;
-    return rc::ok;
+    return code;
   }
   best.offer(p, code);
-
-  // 5. boolean
   p = start;
-  code = match_literal(p, end_, "true", rc::not_boolean);
+  code = array_alternative(p, out, depth);
   if (code == rc::ok) {
-    out = Value(true);
     pos = p;
-    return rc::ok;
-  }
-  if (code == rc::not_boolean) {
-    code = match_literal(p, end_, "false", rc::not_boolean);
-    if (code == rc::ok) {
-      out = Value(false);
-      pos = p;
-      return rc::ok;
-    }
+    return code;
   }
   best.offer(p, code);
-
-  // 6. null
   p = start;
-  code = match_literal(p, end_, "null", rc::not_null);
+  code = boolean_alternative(p, out);
   if (code == rc::ok) {
-    out = Value(Null{});
     pos = p;
-    return rc::ok;
+    return code;
   }
   best.offer(p, code);
-
+  p = start;
+  code = null_alternative(p, out);
+  if (code == rc::ok) {
+    pos = p;
+    return code;
+  }
+  best.offer(p, code);
   pos = best.pos;
   return best.code;
 }
 
-int Reader::qvtype_step(Value const& type_value, TypeGroup& pending, bool& data_seen,
-                        char const* data_start, Object& members) const {
-  // A qvtype that is not a string is kept as read and changes nothing.
-  if (!type_value.is<std::string>()) {
-    return rc::ok;
+// The value of a "qvdata" member, read under the pending type name. Whatever is thrown while
+// reading it makes the text unreadable rather than escaping.
+FOUNDATION_JSON_NOINLINE int Reader::data_member(char const*& pos, TypedArrayState& state,
+                                                 Value& out, int depth) const {
+  state.data_start = pos;
+  int code;
+  try {
+    code = typed_data(pos, state.pending, out, depth);
+  } catch (...) {
+    code = rc::unexpected_end;
   }
-  TypeGroup const group = type_group(type_value.get<std::string>());
-  if (group != TypeGroup::none) {
-    pending = group;
+  state.data_seen = true;
+  return code;
+}
+
+// After a "qvtype" member has been read: take up its type name and, when "qvdata" came first,
+// read that again as a typed array. Anything thrown here is dropped and the member stays as
+// read; a failure of the second reading ends the object with its code.
+FOUNDATION_JSON_NOINLINE void Reader::type_member(Value const& type_value, TypedArrayState& state,
+                                                  Object& members, int& code) const {
+  try {
+    // A qvtype that is not a string changes nothing.
+    if (!type_value.is<std::string>()) {
+      return;
+    }
+    TypeGroup const group = type_group(type_value.get<std::string>());
+    if (group != TypeGroup::none) {
+      state.pending = group;
+    }
+    if (!state.data_seen || state.pending == TypeGroup::none) {
+      return;
+    }
+    // The entry is Undefined while the second reading runs, so an exception leaves it so.
+    Value& data = members[std::string(qvdata_key)];
+    data = Value();
+    char const* p = state.data_start;  // the main position does not move back
+    Value typed;
+    int const reread = typed_data(p, state.pending, typed, 0);
+    if (reread != rc::ok) {
+      code = reread;
+      return;
+    }
+    data = std::move(typed);
+    state.data_seen = false;
+  } catch (...) {
   }
-  if (!data_seen || pending == TypeGroup::none) {
-    return rc::ok;
-  }
-  // qvdata came first and was read plainly: read it again as a typed array. The entry is
-  // Undefined while that runs, so an exception leaves it so.
-  Value& data = members[std::string(qvdata_key)];
-  data = Value();
-  char const* p = data_start;
-  Value typed;
-  int const code = typed_data(p, pending, typed, 0);
-  if (code != rc::ok) {
-    return code;
-  }
-  data = std::move(typed);
-  data_seen = false;
-  return rc::ok;
 }
 
 int Reader::object(char const*& pos, Object& out, int depth) const {
@@ -330,9 +423,8 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
 
   Object members;
   std::string key;
-  TypeGroup pending = TypeGroup::none;
-  bool data_seen = false;
-  char const* data_start = nullptr;
+  Value scratch;
+  TypedArrayState state;
   for (;;) {
     int code = parse_string(pos, end_, key);
     if (code != rc::ok) {
@@ -347,41 +439,22 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     }
     ++pos;
     skip(pos);
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
 
     bool const is_data = key == qvdata_key;
     bool const is_type = key == qvtype_key;
-    // The value is read straight into its map node. Nothing reads the map while a value is
-    // read, so inserting first is the same as inserting after; on failure the map is dropped.
-    // A repeated key reads into a scratch Value that is then dropped: the first one stays.
-    Value scratch;
-    Value* target = &scratch;
-    if (pos != end_) {
-      auto const inserted = emplace_for(*pos, [&](auto&& seed) {
-        return members.try_emplace(std::move(key), std::forward<decltype(seed)>(seed));
-      });
-      if (inserted.second) {
-        target = &inserted.first->second;
-      }
-    } else if (members.find(key) == members.end()) {
-      target = &members[std::move(key)];
-    }
-
+    // The value is read straight into its map node. Nothing looks at the map while a value is
+    // read, so inserting first is the same as inserting after, and on failure the whole map is
+    // dropped anyway.
+    Value& target = member_slot(members, key, *pos, scratch);
     if (is_data) {
-      data_start = pos;
-      try {
-        code = typed_data(pos, pending, *target, depth);
-      } catch (...) {
-        code = rc::unexpected_end;
-      }
-      data_seen = true;
+      code = data_member(pos, state, target, depth);
     } else {
-      code = value(pos, *target, depth);
+      code = value(pos, target, depth);
       if (code == rc::ok && is_type) {
-        try {
-          code = qvtype_step(*target, pending, data_seen, data_start, members);
-        } catch (...) {
-          // Dropped: the member stays as read and the object is read on.
-        }
+        type_member(target, state, members, code);
       }
     }
     if (code != rc::ok) {
@@ -427,18 +500,13 @@ int Reader::array(char const*& pos, Array& out, int depth) const {
     return rc::ok;
   }
 
+  // As in object: each element is read in place at the back; a failure drops them all.
   Array elements;
   for (;;) {
-    // As in object: each element is read in place at the back; a failure drops them all.
-    make_room(elements);
-    if (pos != end_) {
-      emplace_for(*pos, [&](auto&& seed) -> Value& {
-        return elements.emplace_back(std::forward<decltype(seed)>(seed));
-      });
-    } else {
-      elements.emplace_back();
+    if (pos == end_) {
+      return rc::unexpected_end;  // what the element's own reading would give
     }
-    int const code = value(pos, elements.back(), depth);
+    int const code = value(pos, element_slot(elements, *pos), depth);
     if (code != rc::ok) {
       return code;
     }
@@ -673,17 +741,32 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
       pos = end;
       return rc::unexpected_end;
     }
-    switch (*p) {
-      case '"': text += '"'; break;
-      case '\\': text += '\\'; break;
-      case '/': text += '/'; break;
-      case 'b': text += '\b'; break;
-      case 'f': text += '\f'; break;
-      case 'n': text += '\n'; break;
-      case 'r': text += '\r'; break;
-      case 't': text += '\t'; break;
+    switch (*p++) {
+      case '"':
+        text += '"';
+        break;
+      case '\\':
+        text += '\\';
+        break;
+      case '/':
+        text += '/';
+        break;
+      case 'b':
+        text += '\b';
+        break;
+      case 'f':
+        text += '\f';
+        break;
+      case 'n':
+        text += '\n';
+        break;
+      case 'r':
+        text += '\r';
+        break;
+      case 't':
+        text += '\t';
+        break;
       case 'u': {
-        ++p;
         char16_t units[2];
         int count = 1;
         int code = parse_hex4(p, end, units[0]);
@@ -703,14 +786,12 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
           return code;
         }
         text += detail::u16_to_u8(units, count);
-        --p;  // the shared step below moves past the last hex digit
         break;
       }
       default:
-        pos = p;
+        pos = p - 1;
         return rc::bad_escape;
     }
-    ++p;
     run_end = find_quote_or_backslash(p, end);
   }
 }
@@ -857,6 +938,8 @@ int parse_uint64_array(char const*& pos, char const* end, bool comments, Array& 
   return Reader(end, comments).typed_array<false>(pos, out);
 }
 
-bool is_type_name(std::string_view name) { return type_group(name) != TypeGroup::none; }
+bool is_type_name(std::string_view name) {
+  return type_group(name) != TypeGroup::none;
+}
 
 }  // namespace foundation::json

@@ -1,5 +1,6 @@
 #include "json/value.hpp"
 
+#include <ostream>
 #include <stdexcept>
 
 namespace foundation::json {
@@ -42,4 +43,7 @@ char const* kind_name(int which) noexcept {
 }
 
 }  // namespace detail
+
+std::ostream& operator<<(std::ostream& os, Value const& value) { return os << serialize(value); }
+
 }  // namespace foundation::json

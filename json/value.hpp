@@ -7,6 +7,7 @@
 // A kind-changing assignment that fails while building the new payload leaves kind bool.
 #pragma once
 
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <utility>
@@ -113,5 +114,8 @@ class Value : public ValueVariant {
   }
   friend bool operator!=(Value const& a, Value const& b) { return !(a == b); }
 };
+
+// Writes the Value as its JSON text (serialize).
+std::ostream& operator<<(std::ostream& os, Value const& value);
 
 }  // namespace foundation::json

@@ -7,10 +7,13 @@
 namespace fl::i18n {
 namespace {
 
-constexpr std::uint64_t kHighBitOfEachByte = 0x8080808080808080ULL;
-// A UTF-16 unit is ASCII when none of bits 7..15 is set; four units per word.
-constexpr std::uint64_t kNonAsciiBitsOfEachUnit = 0xFF80FF80FF80FF80ULL;
 constexpr char32_t kReplacement = 0xFFFD;
+
+// Words of eight bytes or four UTF-16 units, read with memcpy so that any alignment works.
+constexpr std::uint64_t kByteHighBits = 0x8080808080808080ULL;
+constexpr std::uint64_t kUnitLow15 = 0x7FFF7FFF7FFF7FFFULL;
+constexpr std::uint64_t kUnitHighBit = 0x8000800080008000ULL;
+constexpr std::uint64_t kUnitNonAscii = 0xFF80FF80FF80FF80ULL;
 
 inline std::uint64_t load64(void const* p) {
   std::uint64_t word;
@@ -18,8 +21,8 @@ inline std::uint64_t load64(void const* p) {
   return word;
 }
 
-// Index of the first byte (in memory order) whose high bit is set; `mask` is not zero.
-inline unsigned first_flagged_byte(std::uint64_t mask) {
+// Offset in bytes, in memory order, of the lowest-addressed set bit of a non-zero mask.
+inline unsigned first_set_byte(std::uint64_t mask) {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
   return static_cast<unsigned>(__builtin_clzll(mask)) / 8;
 #else
@@ -27,26 +30,45 @@ inline unsigned first_flagged_byte(std::uint64_t mask) {
 #endif
 }
 
-// Eight ASCII bytes to eight UTF-16 units. A fixed-count loop the compiler turns into a
-// vector widen.
-inline void widen8(unsigned char const* in, char16_t* out) {
-  for (int i = 0; i < 8; ++i) {
-    out[i] = static_cast<char16_t>(in[i]);
-  }
+// Bit 15 of each unit of `word` set where that unit is >= `bound` (bound in 1..0x8000).
+inline std::uint64_t units_at_least(std::uint64_t word, std::uint64_t bound) {
+  std::uint64_t const add = (0x8000 - bound) * 0x0001000100010001ULL;
+  return (((word & kUnitLow15) + add) | word) & kUnitHighBit;
 }
 
-inline void narrow8(char16_t const* in, char* out) {
-  for (int i = 0; i < 8; ++i) {
-    out[i] = static_cast<char>(in[i]);
+// The widening and narrowing loops work on local copies: without possible aliasing between
+// source and destination the compilers turn them into a handful of vector instructions.
+inline void widen16(unsigned char const* in, char16_t* out) {
+  unsigned char bytes[16];
+  std::memcpy(bytes, in, sizeof bytes);
+  char16_t units[16];
+  for (int i = 0; i < 16; ++i) {
+    units[i] = bytes[i];
   }
+  std::memcpy(out, units, sizeof units);
 }
 
-// Decodes the sequence starting at `p`, whose first byte is not ASCII, and moves `p` past it.
-// Well-formed sequences follow the table of the Unicode standard (the second byte's range
-// depends on the lead byte: that excludes overlongs, surrogates and values above U+10FFFF).
-// Anything else consumes its maximal invalid subpart, the lead byte and the continuation bytes
-// that still fit, and yields U+FFFD.
-inline char32_t decode_multibyte(unsigned char const*& p, unsigned char const* end) {
+inline void narrow16(char16_t const* in, char* out) {
+  char16_t units[16];
+  std::memcpy(units, in, sizeof units);
+  char bytes[16];
+  for (int i = 0; i < 16; ++i) {
+    bytes[i] = static_cast<char>(units[i]);
+  }
+  std::memcpy(out, bytes, sizeof bytes);
+}
+
+inline bool is_high_surrogate(char32_t u) { return (u & 0xFC00) == 0xD800; }
+inline bool is_low_surrogate(char32_t u) { return (u & 0xFC00) == 0xDC00; }
+
+// ---- UTF-8 to UTF-16 ----
+
+// Decodes a sequence whose lead byte is not ASCII and moves `p` past it. The second byte's
+// range depends on the lead byte (the table of well-formed sequences in the Unicode standard),
+// which rules out overlongs, surrogates and values above U+10FFFF. Anything else consumes its
+// maximal invalid subpart, the lead byte and the continuation bytes that still fit, and yields
+// U+FFFD.
+char32_t decode_checked(unsigned char const*& p, unsigned char const* end) {
   unsigned const lead = *p++;
   unsigned low = 0x80;
   unsigned high = 0xBF;
@@ -89,128 +111,179 @@ inline char32_t decode_multibyte(unsigned char const*& p, unsigned char const* e
   return cp;
 }
 
-// Writes the UTF-16 form of [p, end) to `out` and returns the end of what was written. Every
-// input byte yields at most one unit, so `out` needs room for (end - p) units.
-char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16_t* out) {
-  while (p != end) {
-    // Mostly-ASCII text spends its time here: two words per step, then one.
-    while (end - p >= 16) {
-      std::uint64_t const a = load64(p);
-      std::uint64_t const b = load64(p + 8);
-      if (((a | b) & kHighBitOfEachByte) != 0) {
-        break;
+// The common two- and three-byte forms take a short path; the rest goes through the full check.
+inline char32_t decode(unsigned char const*& p, unsigned char const* end) {
+  if (end - p >= 3) {
+    unsigned const b0 = p[0];
+    unsigned const b1 = p[1];
+    if ((b0 & 0xE0) == 0xC0 && (b1 & 0xC0) == 0x80 && b0 >= 0xC2) {
+      p += 2;
+      return ((b0 & 0x1Fu) << 6) | (b1 & 0x3Fu);
+    }
+    unsigned const b2 = p[2];
+    if ((b0 & 0xF0) == 0xE0 && (b1 & 0xC0) == 0x80 && (b2 & 0xC0) == 0x80) {
+      char32_t const cp = ((b0 & 0x0Fu) << 12) | ((b1 & 0x3Fu) << 6) | (b2 & 0x3Fu);
+      if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) {
+        p += 3;
+        return cp;
       }
-      widen8(p, out);
-      widen8(p + 8, out + 8);
+    }
+  }
+  return decode_checked(p, end);
+}
+
+inline char16_t* put_utf16(char32_t cp, char16_t* out) {
+  if (cp < 0x10000) {
+    *out = static_cast<char16_t>(cp);
+    return out + 1;
+  }
+  out[0] = static_cast<char16_t>(0xD7C0 + (cp >> 10));
+  out[1] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+  return out + 2;
+}
+
+// Writes the UTF-16 form of [p, end) and returns the end of what was written. No input byte
+// yields more than one unit (a four-byte sequence gives two), so `out` needs room for
+// end - p units; the block copies below write ahead into that room.
+char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16_t* out) {
+  while (end - p >= 16) {
+    std::uint64_t const a = load64(p) & kByteHighBits;
+    std::uint64_t const b = load64(p + 8) & kByteHighBits;
+    widen16(p, out);
+    if ((a | b) == 0) {
       p += 16;
       out += 16;
-    }
-    if (p == end) {
-      break;
-    }
-    if (end - p >= 8) {
-      std::uint64_t const mask = load64(p) & kHighBitOfEachByte;
-      if (mask == 0) {
-        widen8(p, out);
-        p += 8;
-        out += 8;
-        continue;
-      }
-      // Copy the ASCII bytes before the first non-ASCII one, all eight units at once: the
-      // units past the count are overwritten later or lie beyond the final length.
-      unsigned const ascii = first_flagged_byte(mask);
-      widen8(p, out);
-      p += ascii;
-      out += ascii;
-    } else if (*p < 0x80) {
-      *out++ = *p++;
       continue;
     }
-    char32_t const cp = decode_multibyte(p, end);
-    if (cp < 0x10000) {
-      *out++ = static_cast<char16_t>(cp);
+    // Keep the ASCII bytes in front of the first other one; the units widened past them are
+    // overwritten next.
+    unsigned const ascii = a != 0 ? first_set_byte(a) : 8 + first_set_byte(b);
+    p += ascii;
+    out += ascii;
+    do {
+      out = put_utf16(decode(p, end), out);
+    } while (p != end && *p >= 0x80);
+  }
+  while (p != end) {
+    if (*p < 0x80) {
+      *out++ = *p++;
     } else {
-      out[0] = static_cast<char16_t>(0xD7C0 + (cp >> 10));
-      out[1] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-      out += 2;
+      out = put_utf16(decode(p, end), out);
     }
   }
   return out;
 }
 
-inline bool is_high_surrogate(char32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-inline bool is_low_surrogate(char32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+// ---- UTF-16 to UTF-8 ----
 
-// Exact UTF-8 length of [p, end), with U+FFFD (three bytes) for each unpaired surrogate.
-std::size_t utf8_length(char16_t const* p, char16_t const* end) {
-  std::size_t length = 0;
-  while (p != end) {
-    while (end - p >= 8) {
-      if (((load64(p) | load64(p + 4)) & kNonAsciiBitsOfEachUnit) != 0) {
-        break;
+// UTF-8 length of the unit at `p` minus one, given its neighbours: a surrogate that is part of
+// a pair gives two bytes (four per pair), an unpaired one the three of U+FFFD.
+inline unsigned extra_bytes(char16_t const* p, char16_t const* begin, char16_t const* end) {
+  char32_t const u = *p;
+  if (u < 0x80) {
+    return 0;
+  }
+  if (u < 0x800) {
+    return 1;
+  }
+  if (is_high_surrogate(u)) {
+    return p + 1 != end && is_low_surrogate(p[1]) ? 1 : 2;
+  }
+  if (is_low_surrogate(u)) {
+    return p != begin && is_high_surrogate(p[-1]) ? 1 : 2;
+  }
+  return 2;
+}
+
+// Exact UTF-8 length of [begin, end). Four units at a time: the per-unit extra bytes (one for
+// >= U+0080, one more for >= U+0800) are summed in the word's own 16-bit lanes; words that
+// hold a surrogate are counted unit by unit.
+std::size_t utf8_length(char16_t const* begin, char16_t const* end) {
+  std::size_t length = static_cast<std::size_t>(end - begin);
+  char16_t const* p = begin;
+  while (end - p >= 4) {
+    // At most 4096 words per round keep the sum of the four lanes below 2^16.
+    char16_t const* const stop = end - p >= 4 * 4096 ? p + 4 * 4096 : end - (end - p) % 4;
+    std::uint64_t lanes = 0;
+    for (; p != stop; p += 4) {
+      std::uint64_t const word = load64(p);
+      if ((word & kUnitNonAscii) == 0) {
+        continue;
       }
-      p += 8;
-      length += 8;
+      std::uint64_t const top5 = (word & 0xF800F800F800F800ULL) ^ 0xD800D800D800D800ULL;
+      if ((((top5 - 0x0001000100010001ULL) & ~top5) & kUnitHighBit) != 0) {
+        for (int i = 0; i < 4; ++i) {
+          length += extra_bytes(p + i, begin, end);
+        }
+        continue;
+      }
+      lanes += (units_at_least(word, 0x80) >> 15) + (units_at_least(word, 0x800) >> 15);
     }
-    if (p == end) {
-      break;
-    }
-    char32_t const u = *p++;
-    if (u < 0x80) {
-      length += 1;
-    } else if (u < 0x800) {
-      length += 2;
-    } else if (is_high_surrogate(u) && p != end && is_low_surrogate(*p)) {
-      ++p;
-      length += 4;
-    } else {
-      length += 3;
-    }
+    length += static_cast<std::size_t>((lanes * 0x0001000100010001ULL) >> 48);
+  }
+  for (; p != end; ++p) {
+    length += extra_bytes(p, begin, end);
   }
   return length;
 }
 
-// Writes the UTF-8 form of [p, end) to `out`, which has room for utf8_length(p, end) bytes.
+// Writes one unit that is not ASCII (two for a pair) and moves `p` past it.
+inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
+  char32_t cp = *p++;
+  if (cp < 0x800) {
+    out[0] = static_cast<char>(0xC0 | (cp >> 6));
+    out[1] = static_cast<char>(0x80 | (cp & 0x3F));
+    return out + 2;
+  }
+  if (is_high_surrogate(cp) && p != end && is_low_surrogate(*p)) {
+    cp = 0x10000 + ((cp - 0xD800) << 10) + (*p++ - 0xDC00u);
+    out[0] = static_cast<char>(0xF0 | (cp >> 18));
+    out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out[3] = static_cast<char>(0x80 | (cp & 0x3F));
+    return out + 4;
+  }
+  if (cp >= 0xD800 && cp <= 0xDFFF) {
+    cp = kReplacement;
+  }
+  out[0] = static_cast<char>(0xE0 | (cp >> 12));
+  out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+  out[2] = static_cast<char>(0x80 | (cp & 0x3F));
+  return out + 3;
+}
+
+// Writes the UTF-8 form of [p, end) into exactly utf8_length(p, end) bytes. Each unit gives at
+// least one byte, so a block of sixteen units may always be written ahead.
 void utf16_to_utf8(char16_t const* p, char16_t const* end, char* out) {
-  while (p != end) {
-    while (end - p >= 8) {
-      if (((load64(p) | load64(p + 4)) & kNonAsciiBitsOfEachUnit) != 0) {
+  while (end - p >= 16) {
+    std::uint64_t const words[4] = {load64(p), load64(p + 4), load64(p + 8), load64(p + 12)};
+    narrow16(p, out);
+    if (((words[0] | words[1] | words[2] | words[3]) & kUnitNonAscii) == 0) {
+      p += 16;
+      out += 16;
+      continue;
+    }
+    unsigned ascii = 0;
+    for (std::uint64_t const word : words) {
+      std::uint64_t const others = units_at_least(word, 0x80);
+      if (others != 0) {
+        ascii += first_set_byte(others) / 2;
         break;
       }
-      narrow8(p, out);
-      p += 8;
-      out += 8;
+      ascii += 4;
     }
-    if (p == end) {
-      break;
+    p += ascii;
+    out += ascii;
+    do {
+      out = put_utf8(p, end, out);
+    } while (p != end && *p >= 0x80);
+  }
+  while (p != end) {
+    if (*p < 0x80) {
+      *out++ = static_cast<char>(*p++);
+    } else {
+      out = put_utf8(p, end, out);
     }
-    char32_t cp = *p++;
-    if (cp < 0x80) {
-      *out++ = static_cast<char>(cp);
-      continue;
-    }
-    if (cp < 0x800) {
-      out[0] = static_cast<char>(0xC0 | (cp >> 6));
-      out[1] = static_cast<char>(0x80 | (cp & 0x3F));
-      out += 2;
-      continue;
-    }
-    if (is_high_surrogate(cp) && p != end && is_low_surrogate(*p)) {
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (*p++ - 0xDC00u);
-      out[0] = static_cast<char>(0xF0 | (cp >> 18));
-      out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out[3] = static_cast<char>(0x80 | (cp & 0x3F));
-      out += 4;
-      continue;
-    }
-    if (cp >= 0xD800 && cp <= 0xDFFF) {
-      cp = kReplacement;
-    }
-    out[0] = static_cast<char>(0xE0 | (cp >> 12));
-    out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out[2] = static_cast<char>(0x80 | (cp & 0x3F));
-    out += 3;
   }
 }
 
@@ -219,7 +292,7 @@ std::string to_utf8(char16_t const* first, std::size_t count) {
   if (count == 0) {
     return result;
   }
-  // Counting first lets the string be sized once; the pass is cheap next to the writing one.
+  // The count is a quick read of the input; it lets the output be sized exactly, once.
   result.resize(utf8_length(first, first + count));
   utf16_to_utf8(first, first + count, result.data());
   return result;
@@ -232,12 +305,15 @@ std::u16string to_ustring(std::string const& utf8) {
   if (utf8.empty()) {
     return result;
   }
-  // No input byte yields more than one unit: size for the bound, then trim.
+  // The input length bounds the output: size for it, write, then trim. Text that shrank a lot
+  // (mostly three-byte characters) gives the spare room back.
   result.resize(utf8.size());
   auto const* in = reinterpret_cast<unsigned char const*>(utf8.data());
   char16_t* const out = result.data();
-  char16_t* const out_end = utf8_to_utf16(in, in + utf8.size(), out);
-  result.resize(static_cast<std::size_t>(out_end - out));
+  result.resize(static_cast<std::size_t>(utf8_to_utf16(in, in + utf8.size(), out) - out));
+  if (result.size() < result.capacity() / 2) {
+    result.shrink_to_fit();
+  }
   return result;
 }
 

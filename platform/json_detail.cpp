@@ -11,10 +11,16 @@ namespace foundation::json::detail {
 
 namespace {
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
 
-bool is_high_surrogate(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool is_low_surrogate(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+bool is_high_surrogate(char16_t u) {
+  return u >= 0xD800 && u <= 0xDBFF;
+}
+bool is_low_surrogate(char16_t u) {
+  return u >= 0xDC00 && u <= 0xDFFF;
+}
 
 void append_code_point(std::string& out, char32_t cp) {
   if (cp < 0x80) {

@@ -84,6 +84,27 @@ inline std::uint32_t decode4(unsigned char const* s) noexcept {
 
 constexpr bool is_space(unsigned char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
+// Decodes whole groups from the start of `s` up to the first character outside the alphabet;
+// returns the number of characters consumed (a multiple of 4, at most `n`).
+std::size_t clean_prefix(unsigned char const* s, std::size_t n, unsigned char* out) noexcept {
+  std::size_t i = 0;
+  for (; i + 16 <= n; i += 16, out += 12) {
+    std::uint32_t const a = decode4(s + i), b = decode4(s + i + 4), c = decode4(s + i + 8),
+                        d = decode4(s + i + 12);
+    if ((a | b | c | d) & kBad) break;
+    store_le64(out, a | std::uint64_t{b} << 24);
+    store_le48(out + 6, c | std::uint64_t{d} << 24);
+  }
+  for (; i + 4 <= n; i += 4, out += 3) {
+    std::uint32_t const a = decode4(s + i);
+    if (a & kBad) break;
+    out[0] = static_cast<unsigned char>(a & 0xFF);
+    out[1] = static_cast<unsigned char>(a >> 8 & 0xFF);
+    out[2] = static_cast<unsigned char>(a >> 16);
+  }
+  return i;
+}
+
 [[noreturn]] void reject(char const* why) {
   throw std::invalid_argument(std::string("base64: ") + why);
 }
@@ -122,8 +143,17 @@ void base64_encode_to(void const* data, std::size_t size, char* out) noexcept {
 }
 
 std::string base64_encode(void const* data, std::size_t size) {
-  std::string text(base64_encoded_size(size), '\0');
-  base64_encode_to(data, size, text.data());
+  // Through a small buffer: a string sized up front would first be filled with zeros.
+  constexpr std::size_t kChunk = 12288;  // input bytes per step, a multiple of 3
+  char buffer[kChunk / 3 * 4];
+  std::string text;
+  text.reserve(base64_encoded_size(size));
+  auto const* in = static_cast<unsigned char const*>(data);
+  for (std::size_t done = 0; done < size; done += kChunk) {
+    std::size_t const step = size - done < kChunk ? size - done : kChunk;
+    base64_encode_to(in + done, step, buffer);
+    text.append(buffer, base64_encoded_size(step));
+  }
   return text;
 }
 
@@ -131,56 +161,56 @@ std::size_t base64_decode_to(std::string_view text, std::byte* bytes) {
   auto const* s = reinterpret_cast<unsigned char const*>(text.data());
   std::size_t const n = text.size();
   auto* const start = reinterpret_cast<unsigned char*>(bytes);
-  auto* out = start;
+  unsigned char* out = start;
   std::size_t i = 0;
   for (;;) {
-    // Clean 16-character blocks; white space, padding and bad characters drop to the loop below.
-    for (; i + 16 <= n; i += 16, out += 12) {
-      std::uint32_t const a = decode4(s + i), b = decode4(s + i + 4), c = decode4(s + i + 8),
-                          d = decode4(s + i + 12);
-      if ((a | b | c | d) & kBad) break;
-      store_le64(out, a | std::uint64_t{b} << 24);
-      store_le48(out + 6, c | std::uint64_t{d} << 24);
-    }
-    // One group, character by character.
-    unsigned q[4] = {};
-    int k = 0;
-    while (i < n && k < 4) {
+    std::size_t const clean = clean_prefix(s + i, n - i, out);
+    i += clean;
+    out += clean / 4 * 3;
+    // White space, padding or a bad character ahead: gather characters of the alphabet past
+    // white space until the groups line up again (line breaks between whole groups cost one
+    // pass through here), then decode them and return to the text.
+    constexpr std::size_t kGather = 256;
+    unsigned char gathered[kGather];
+    std::size_t k = 0;
+    bool skipped = false;
+    for (; i < n && k < kGather; ++i) {
       unsigned char const ch = s[i];
-      if (is_space(ch)) {
-        ++i;
-        continue;
+      if (kDecode.value[ch] >= 0) {
+        if (skipped && k % 4 == 0) break;
+        gathered[k++] = ch;
+      } else if (ch == '=') {
+        break;
+      } else if (is_space(ch)) {
+        skipped = true;
+      } else {
+        reject("character outside the alphabet");
       }
-      if (ch == '=') break;
-      int const v = kDecode.value[ch];
-      if (v < 0) reject("character outside the alphabet");
-      q[k++] = static_cast<unsigned>(v);
-      ++i;
     }
-    if (k == 4) {
-      std::uint32_t const w = q[0] << 18 | q[1] << 12 | q[2] << 6 | q[3];
-      out[0] = static_cast<unsigned char>(w >> 16);
-      out[1] = static_cast<unsigned char>(w >> 8);
-      out[2] = static_cast<unsigned char>(w);
-      out += 3;
-      continue;
-    }
+    std::size_t const whole = k / 4 * 4;
+    clean_prefix(gathered, whole, out);
+    out += whole / 4 * 3;
+    if (i < n && s[i] != '=') continue;
+    std::size_t const r = k - whole;  // characters of the last group
     if (i == n) {
-      if (k != 0) reject("length is not a multiple of 4");
+      if (r != 0) reject("length is not a multiple of 4");
       break;
     }
     // Padding: "xx==" or "xxx=", then only white space.
-    if (k < 2) reject("misplaced padding");
-    int pads = 0;
+    if (r < 2) reject("misplaced padding");
+    std::size_t pads = 0;
     for (; i < n; ++i) {
       if (is_space(s[i])) continue;
-      if (s[i] != '=' || ++pads > 4 - k) reject("misplaced padding");
+      if (s[i] != '=' || ++pads > 4 - r) reject("misplaced padding");
     }
-    if (pads != 4 - k) reject("incomplete padding");
-    if ((k == 2 ? q[1] & 0xF : q[2] & 3) != 0) reject("non-zero pad bits");
-    std::uint32_t const w = q[0] << 18 | q[1] << 12 | (k == 3 ? q[2] << 6 : 0);
+    if (pads != 4 - r) reject("incomplete padding");
+    unsigned const q0 = static_cast<unsigned>(kDecode.value[gathered[whole]]);
+    unsigned const q1 = static_cast<unsigned>(kDecode.value[gathered[whole + 1]]);
+    unsigned const q2 = r == 3 ? static_cast<unsigned>(kDecode.value[gathered[whole + 2]]) : 0;
+    if ((r == 2 ? q1 & 0xF : q2 & 3) != 0) reject("non-zero pad bits");
+    std::uint32_t const w = q0 << 18 | q1 << 12 | q2 << 6;
     *out++ = static_cast<unsigned char>(w >> 16);
-    if (k == 3) *out++ = static_cast<unsigned char>(w >> 8);
+    if (r == 3) *out++ = static_cast<unsigned char>(w >> 8);
     break;
   }
   return static_cast<std::size_t>(out - start);

@@ -14,8 +14,9 @@ namespace {
 constexpr unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
 // An IEND chunk is always these 12 bytes (empty data, fixed CRC).
 constexpr unsigned char kIend[12] = {0, 0, 0, 0, 'I', 'E', 'N', 'D', 0xAE, 0x42, 0x60, 0x82};
-// Ancillary chunk data that libspng keeps decompressed (text, ICC profiles) is capped here.
-constexpr std::size_t kChunkCacheLimit = std::size_t{64} << 20;
+// Caps one ancillary chunk and all that libspng keeps of them (text, ICC profiles, decompressed
+// included); image data is not counted.
+constexpr std::size_t kAncillaryLimit = std::size_t{64} << 20;
 
 struct CtxDeleter {
   void operator()(spng_ctx* ctx) const noexcept { spng_ctx_free(ctx); }
@@ -37,9 +38,7 @@ Ctx open_decoder(void const* data, std::size_t size) {
   Ctx ctx(spng_ctx_new(0));
   if (!ctx) throw std::bad_alloc();
   check_decode(spng_set_image_limits(ctx.get(), kPngMaxSide, kPngMaxSide));
-  std::size_t chunk_size = 0, cache = 0;
-  check_decode(spng_get_chunk_limits(ctx.get(), &chunk_size, &cache));
-  check_decode(spng_set_chunk_limits(ctx.get(), chunk_size, kChunkCacheLimit));
+  check_decode(spng_set_chunk_limits(ctx.get(), kAncillaryLimit, kAncillaryLimit));
   check_decode(spng_set_png_buffer(ctx.get(), data, size));
   return ctx;
 }

@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(
     Levels, ServiceLoggerGate,
     ::testing::Values(GateCase{0u, false}, GateCase{1u | 2u | 8u | 16u, false},
                       GateCase{0xFFFFFFFBu, false},  // everything but the bit of value 4
-                      GateCase{4u, true}, GateCase{1u << 2, true}, GateCase{0xFFFFFFFFu, true},
+                      GateCase{4u, true}, GateCase{4u | 16u, true}, GateCase{0xFFFFFFFFu, true},
                       // level 4 is the flag 4 itself, not bit number 4 (value 16)
                       GateCase{1u << 4, false}),
     [](::testing::TestParamInfo<GateCase> const& info) {

@@ -1,0 +1,222 @@
+// foundation::json::serialize against RapidJSON's Writer writing the same document, with a
+// memcpy of the same number of bytes as the ceiling. Rates are bytes of the document's JSON text
+// (as serialize writes it) per second, for every contender.
+//
+// Documents:
+//  - large_text: a reply with one 16 MB string member (about 1% of the characters need an
+//    escape, some are two- to four-byte UTF-8) and a few small members;
+//  - many_values: an array of 100000 small objects (ids, names, ratios, flags).
+#include <benchmark/benchmark.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "json/value.hpp"
+#include "platform/json.hpp"
+
+namespace {
+
+namespace fj = foundation::json;
+
+constexpr std::size_t kTextBytes = 16u << 20;
+constexpr long kItems = 100000;
+
+std::string make_text() {
+  static char const* const kOthers[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xE4\xB8\xAD",
+                                        "\xF0\x9F\x98\x80"};
+  static char const kEscaped[] = {'\n', '"', '\\', '\t', '\x01', '\r'};
+  std::uint32_t state = 0x2545F491u;
+  auto next = [&state] {
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    return state;
+  };
+  std::string text;
+  text.reserve(kTextBytes + 8);
+  while (text.size() < kTextBytes) {
+    std::uint32_t const r = next();
+    if (r % 100 == 0) {
+      text += kEscaped[(r >> 8) % sizeof kEscaped];
+    } else if (r % 100 == 1) {
+      text += kOthers[(r >> 8) % 4];
+    } else if (r % 7 == 2) {
+      text += ' ';
+    } else {
+      text += static_cast<char>('a' + (r >> 8) % 26);
+    }
+  }
+  return text;
+}
+
+// The same document as a Value and as a sequence of RapidJSON Writer calls.
+struct LargeText {
+  // Both writers produce the very same bytes for this one.
+  static constexpr bool kSameText = true;
+  std::string text = make_text();
+
+  fj::Value value() const {
+    fj::Object reply;
+    reply["clipboardItems"] = text;
+    reply["requestid"] = "f3a9c2d4-0001";
+    reply["success"] = true;
+    reply["count"] = 1L;
+    reply["ratio"] = 0.25;
+    return fj::Value(std::move(reply));
+  }
+
+  template <class Writer>
+  void write(Writer& writer) const {
+    writer.StartObject();  // members in the byte order that the map uses
+    writer.Key("clipboardItems");
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+    writer.Key("count");
+    writer.Int64(1);
+    writer.Key("ratio");
+    writer.Double(0.25);
+    writer.Key("requestid");
+    writer.String("f3a9c2d4-0001");
+    writer.Key("success");
+    writer.Bool(true);
+    writer.EndObject();
+  }
+};
+
+struct ManyValues {
+  // RapidJSON writes integral doubles as "1.0" and has its own digit generation.
+  static constexpr bool kSameText = false;
+
+  static std::string name(long i) { return "item-" + std::to_string(i * 7919 % 100003); }
+
+  fj::Value value() const {
+    fj::Array items;
+    items.reserve(kItems);
+    for (long i = 0; i < kItems; ++i) {
+      fj::Object item;
+      item["id"] = i;
+      item["name"] = name(i);
+      item["ok"] = i % 3 == 0;
+      item["ratio"] = static_cast<double>(i) / 7.0;
+      items.emplace_back(std::move(item));
+    }
+    return fj::Value(std::move(items));
+  }
+
+  template <class Writer>
+  void write(Writer& writer) const {
+    writer.StartArray();
+    for (long i = 0; i < kItems; ++i) {
+      writer.StartObject();
+      writer.Key("id");
+      writer.Int64(i);
+      writer.Key("name");
+      std::string const n = name(i);
+      writer.String(n.data(), static_cast<rapidjson::SizeType>(n.size()));
+      writer.Key("ok");
+      writer.Bool(i % 3 == 0);
+      writer.Key("ratio");
+      writer.Double(static_cast<double>(i) / 7.0);
+      writer.EndObject();
+    }
+    writer.EndArray();
+  }
+};
+
+template <class Document>
+Document const& document() {
+  static Document const instance;
+  return instance;
+}
+
+template <class Document>
+fj::Value const& value() {
+  static fj::Value const instance = document<Document>().value();
+  return instance;
+}
+
+template <class Document>
+std::string rapidjson_text() {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  document<Document>().write(writer);
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+template <class Document>
+std::size_t text_size() {
+  static std::size_t const size = fj::serialize(value<Document>()).size();
+  return size;
+}
+
+template <class Document>
+void set_bytes(benchmark::State& state) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(text_size<Document>()));
+}
+
+template <class Document>
+void serialize_ours(benchmark::State& state) {
+  fj::Value const& doc = value<Document>();
+  if (Document::kSameText && fj::serialize(doc) != rapidjson_text<Document>()) {
+    state.SkipWithError("the two writers disagree on the document's text");
+    return;
+  }
+  for (auto _ : state) {
+    std::string text = fj::serialize(doc);
+    benchmark::DoNotOptimize(text.data());
+  }
+  set_bytes<Document>(state);
+}
+
+// RapidJSON's own output, a StringBuffer; the text stays in it.
+template <class Document>
+void serialize_rapidjson(benchmark::State& state) {
+  Document const& doc = document<Document>();
+  text_size<Document>();
+  for (auto _ : state) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    doc.write(writer);
+    benchmark::DoNotOptimize(buffer.GetString());
+  }
+  set_bytes<Document>(state);
+}
+
+// The same, ending in a std::string as serialize does.
+template <class Document>
+void serialize_rapidjson_to_string(benchmark::State& state) {
+  text_size<Document>();
+  for (auto _ : state) {
+    std::string text = rapidjson_text<Document>();
+    benchmark::DoNotOptimize(text.data());
+  }
+  set_bytes<Document>(state);
+}
+
+template <class Document>
+void copy_memcpy(benchmark::State& state) {
+  std::string const text = fj::serialize(value<Document>());
+  std::vector<char> out(text.size());
+  for (auto _ : state) {
+    std::memcpy(out.data(), text.data(), text.size());
+    benchmark::ClobberMemory();
+  }
+  set_bytes<Document>(state);
+}
+
+BENCHMARK_TEMPLATE(serialize_ours, LargeText)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_rapidjson, LargeText)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, LargeText)->UseRealTime();
+BENCHMARK_TEMPLATE(copy_memcpy, LargeText)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_ours, ManyValues)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_rapidjson, ManyValues)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, ManyValues)->UseRealTime();
+BENCHMARK_TEMPLATE(copy_memcpy, ManyValues)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,385 @@
+#include "platform/x11/x11_clipboard.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+#include "platform/i18n.hpp"
+#include "platform/x11/x11_formats.hpp"
+#include "platform/x11/x11_internal.h"
+
+namespace pf::clipboard {
+
+using namespace x11;
+
+// ---------------------------------------------------------------------------------------------
+// Notifier
+
+namespace x11 {
+
+struct Notifier::State {
+  std::mutex mutex;
+  std::condition_variable wake;
+  std::deque<PFClipboardMode> queue;
+  bool stop = false;
+  std::function<void(PFClipboardMode)> deliver;
+};
+
+Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
+    : state_(std::make_shared<State>()) {
+  state_->deliver = std::move(deliver);
+  // The thread holds the state, not the notifier: a listener may destroy the backend.
+  thread_ = std::thread([state = state_] {
+    std::unique_lock<std::mutex> lock(state->mutex);
+    for (;;) {
+      state->wake.wait(lock, [&] { return state->stop || !state->queue.empty(); });
+      if (state->stop) return;
+      auto const mode = state->queue.front();
+      state->queue.pop_front();
+      lock.unlock();
+      try {
+        state->deliver(mode);
+      } catch (...) {
+        // A throwing listener must not end deliveries.
+      }
+      lock.lock();
+    }
+  });
+}
+
+Notifier::~Notifier() {
+  {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->stop = true;
+  }
+  state_->wake.notify_all();
+  if (thread_.get_id() == std::this_thread::get_id()) {
+    thread_.detach();  // destroyed from a listener: the thread ends once it returns
+  } else {
+    thread_.join();
+  }
+}
+
+void Notifier::post(PFClipboardMode mode) {
+  {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->queue.push_back(mode);
+  }
+  state_->wake.notify_one();
+}
+
+}  // namespace x11
+
+// ---------------------------------------------------------------------------------------------
+// The backend
+
+namespace {
+
+std::string utf8Of(std::u16string const& text) { return fl::i18n::ustring_to_utf8(text); }
+
+void checkMode(PFClipboardMode mode) {
+  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
+    throw std::invalid_argument("X11 clipboard: unknown clipboard mode");
+  }
+}
+
+std::vector<std::byte> bytesOf(std::string const& data) {
+  std::vector<std::byte> out(data.size());
+  if (!data.empty()) std::memcpy(out.data(), data.data(), data.size());
+  return out;
+}
+
+std::string stringOf(std::vector<std::byte> const& bytes) {
+  std::string out(bytes.size(), '\0');
+  if (!bytes.empty()) std::memcpy(out.data(), bytes.data(), bytes.size());
+  return out;
+}
+
+std::shared_ptr<pf::graphics::PFGraphics> imageOf(ReadKind kind, std::string const& data) {
+  return std::make_shared<pf::graphics::PFImage>(
+      kind == ReadKind::svg ? pf::graphics::PFImage::Format::svg : pf::graphics::PFImage::Format::png,
+      bytesOf(data));
+}
+
+// A target before its atom is known.
+struct PlannedTarget {
+  std::string name;
+  std::string type;
+  std::shared_ptr<std::string const> data;
+};
+
+// The targets that serve the payload, in the payload's order; the first entry for a target wins.
+std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
+  std::vector<PlannedTarget> plan;
+  auto const add = [&plan](std::string name, std::string type,
+                           std::shared_ptr<std::string const> const& bytes) {
+    bool const have = std::any_of(plan.begin(), plan.end(),
+                                  [&](PlannedTarget const& t) { return t.name == name; });
+    if (!have) plan.push_back({std::move(name), std::move(type), bytes});
+  };
+  for (auto const& [mime16, content] : data.entries()) {
+    std::string const mime = utf8Of(mime16);
+    if (auto const* text = std::get_if<std::u16string>(&content)) {
+      auto const utf8 = std::make_shared<std::string const>(utf8Of(*text));
+      if (isTextTarget(mime)) {
+        auto const latin1 =
+            isAscii(*text) ? utf8 : std::make_shared<std::string const>(utf16ToLatin1(*text));
+        add("UTF8_STRING", "UTF8_STRING", utf8);
+        add("text/plain;charset=utf-8", "text/plain;charset=utf-8", utf8);
+        add("text/plain", "text/plain", utf8);
+        add("STRING", "STRING", latin1);
+        add("TEXT", "UTF8_STRING", utf8);
+      } else {
+        add(mime, mime, utf8);
+      }
+    } else if (auto const* paths = std::get_if<std::vector<Path>>(&content)) {
+      add("text/uri-list", "text/uri-list",
+          std::make_shared<std::string const>(encodeUriList(*paths)));
+      add("x-special/gnome-copied-files", "x-special/gnome-copied-files",
+          std::make_shared<std::string const>(
+              encodeGnomeCopiedFiles(*paths, data.clipboardAction())));
+      if (data.clipboardAction() == PFClipboardAction::cut) {
+        add("application/x-kde-cutselection", "application/x-kde-cutselection",
+            std::make_shared<std::string const>("1"));
+      }
+    } else if (auto const* image = std::get_if<std::shared_ptr<pf::graphics::PFGraphics>>(&content)) {
+      if (!*image) continue;
+      bool const svg = (*image)->kind() == pf::graphics::kVectorImage;
+      std::unique_ptr<pf::graphics::PFEncodedImage> encoded;
+      try {
+        encoded = (*image)->encode(svg ? pf::graphics::kEncodeSvg : pf::graphics::kEncodePng,
+                                   pf::graphics::kEncodeRaw, {});
+      } catch (std::exception const&) {
+        continue;  // an image we cannot produce is not offered
+      }
+      if (!encoded) continue;
+      std::string const name = svg ? "image/svg+xml" : "image/png";
+      add(name, name, std::make_shared<std::string const>(stringOf(encoded->bytes)));
+    } else if (auto const* bytes = std::get_if<std::vector<std::byte>>(&content)) {
+      if (!isMetaTarget(mime)) add(mime, mime, std::make_shared<std::string const>(stringOf(*bytes)));
+    }
+  }
+  return plan;
+}
+
+// The content a reply of a target stands for, as a read of `kind` returns it.
+ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data) {
+  switch (kind) {
+    case ReadKind::text:
+      if (auto text = decodeText(typeName, data)) return std::move(*text);
+      return {};
+    case ReadKind::uriList: {
+      auto paths = decodeUriList(data);
+      if (paths.empty()) return {};
+      return paths;
+    }
+    case ReadKind::png:
+    case ReadKind::svg:
+      return imageOf(kind, data);
+    case ReadKind::bytes:
+      return bytesOf(data);
+    case ReadKind::none:
+      break;
+  }
+  return {};
+}
+
+}  // namespace
+
+struct PFX11Clipboard::Impl {
+  explicit Impl(PFX11ClipboardOptions opts) : options(std::move(opts)) {}
+
+  PFX11ClipboardOptions options;
+  Atoms atoms;
+  AtomCache atomCache;
+  std::unique_ptr<ReaderPool> readers;
+  std::unique_ptr<Notifier> notifier;
+  std::unique_ptr<Owner> owner;
+
+  ReadLimits limits() const {
+    return {options.firstReplyTimeout, options.chunkTimeout, options.readTimeout,
+            options.maxTransferBytes};
+  }
+
+  std::string typeName(xcb_connection_t* conn, xcb_atom_t type) {
+    if (type == atoms.utf8String) return "UTF8_STRING";
+    if (type == atoms.string) return "STRING";
+    if (type == atoms.textPlain) return "text/plain";
+    if (type == atoms.textPlainUtf8) return "text/plain;charset=utf-8";
+    return atomCache.name(conn, type);
+  }
+
+  // Reads from our own payload: what was written under that name as it was written, else what
+  // another program would get for that target.
+  static ClipboardContent readOwn(Payload const& payload, std::string const& mime, ReadKind kind) {
+    for (auto const& [name, content] : payload.data->entries()) {
+      if (equalsNoCase(utf8Of(name), mime)) return content;
+    }
+    if (kind == ReadKind::text) {
+      for (auto const& [name, content] : payload.data->entries()) {
+        if (content.index() == 1 && isTextTarget(utf8Of(name))) return content;
+      }
+      return {};
+    }
+    std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
+    for (auto const& served : payload.targets) {
+      if (equalsNoCase(served.name, wanted)) return contentOf(kind, served.name, *served.data);
+    }
+    return {};
+  }
+
+  static std::vector<std::u16string> listOwn(Payload const& payload) {
+    std::vector<std::string> names;
+    for (auto const& entry : payload.data->entries()) names.push_back(utf8Of(entry.first));
+    std::vector<std::u16string> out;
+    for (auto const& mime : mimeTypesFromTargets(names)) out.push_back(fl::i18n::to_ustring(mime));
+    return out;
+  }
+};
+
+PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
+    : impl_(std::make_shared<Impl>(std::move(options))) {
+  auto& impl = *impl_;
+  impl.readers = std::make_unique<ReaderPool>(impl.options.display, impl.atoms);
+  {
+    auto lease = impl.readers->acquire();
+    impl.atoms = Atoms::intern(lease->get());
+    lease.keep();
+  }
+  bool const emit = impl.options.emitChangeEvents;
+  auto hook = impl.options.onSelectionChanged;
+  impl.notifier = std::make_unique<Notifier>([emit, hook](PFClipboardMode mode) {
+    if (emit && mode == PFClipboardMode::clipboard) notifyClipboardChanged();
+    if (hook) hook(mode);
+  });
+  OwnerConfig config;
+  config.display = impl.options.display;
+  config.chunkTimeout = impl.options.ownerChunkTimeout;
+  config.handoverTimeout = impl.options.managerHandoverTimeout;
+  config.chunkBytes = impl.options.incrChunkBytes;
+  config.thresholdBytes = impl.options.incrThresholdBytes;
+  auto* notifier = impl.notifier.get();
+  impl.owner = std::make_unique<Owner>(config, impl.atoms,
+                                       [notifier](PFClipboardMode mode) { notifier->post(mode); });
+}
+
+PFX11Clipboard::~PFX11Clipboard() {
+  // Deliveries first (a running listener may still read through us), then the event thread,
+  // which hands CLIPBOARD to a clipboard manager before it ends.
+  impl_->notifier.reset();
+  impl_->owner.reset();
+  impl_->readers.reset();
+}
+
+bool PFX11Clipboard::ownsSelection(PFClipboardMode mode) const {
+  checkMode(mode);
+  return impl_->owner->payload(mode) != nullptr;
+}
+
+std::size_t PFX11Clipboard::incrThreshold() const noexcept { return impl_->owner->threshold(); }
+
+std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode mode) {
+  checkMode(mode);
+  auto& impl = *impl_;
+  if (auto const own = impl.owner->payload(mode)) return Impl::listOwn(*own);
+
+  auto lease = impl.readers->acquire();
+  auto const selection = impl.atoms.selection(mode);
+  auto const owner = lease->selectionOwner(selection);
+  std::vector<std::u16string> out;
+  if (owner != XCB_NONE) {
+    auto const reply = lease->convert(selection, owner, impl.atoms.targets, impl.limits());
+    if (reply && reply->format == 32) {
+      std::vector<xcb_atom_t> atoms(reply->data.size() / 4);
+      std::memcpy(atoms.data(), reply->data.data(), atoms.size() * 4);
+      for (auto const& mime : mimeTypesFromTargets(impl.atomCache.names(lease->get(), atoms))) {
+        out.push_back(fl::i18n::to_ustring(mime));
+      }
+    }
+  }
+  lease.keep();
+  return out;
+}
+
+ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
+  checkMode(mode);
+  auto& impl = *impl_;
+  std::string const mime = utf8Of(mimeType);
+  auto const kind = readKindOf(mime);
+  if (kind == ReadKind::none) return {};
+  if (auto const own = impl.owner->payload(mode)) return Impl::readOwn(*own, mime, kind);
+
+  auto lease = impl.readers->acquire();
+  auto const selection = impl.atoms.selection(mode);
+  auto const owner = lease->selectionOwner(selection);
+  ClipboardContent result;
+  if (owner != XCB_NONE) {
+    auto const limits = impl.limits();
+    if (kind == ReadKind::text) {
+      // Best first; an owner may list a target and still refuse it.
+      for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
+                                impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
+        auto const reply = lease->convert(selection, owner, target, limits);
+        if (!reply || reply->format != 8) continue;
+        if (auto text = decodeText(impl.typeName(lease->get(), reply->type), reply->data)) {
+          result = std::move(*text);
+          break;
+        }
+      }
+    } else {
+      xcb_atom_t target = XCB_NONE;
+      switch (kind) {
+        case ReadKind::uriList: target = impl.atoms.uriList; break;
+        case ReadKind::png: target = impl.atoms.png; break;
+        case ReadKind::svg: target = impl.atoms.svg; break;
+        default: target = impl.atomCache.intern(lease->get(), {mime}).front(); break;
+      }
+      auto const reply = lease->convert(selection, owner, target, limits);
+      // Some owners answer every target with whatever they hold; only the asked type counts.
+      if (reply && reply->type == target && reply->format == 8) {
+        result = contentOf(kind, mime, reply->data);
+      }
+    }
+  }
+  lease.keep();
+  return result;
+}
+
+void PFX11Clipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
+  checkMode(mode);
+  if (!data) throw std::invalid_argument("X11 clipboard: no payload");
+  auto& impl = *impl_;
+  auto plan = planTargets(*data);
+  for (auto const& planned : plan) {
+    if (planned.data->size() > impl.options.maxTransferBytes) {
+      throw std::runtime_error("X11 clipboard: " + planned.name + " exceeds the size limit");
+    }
+  }
+
+  auto payload = std::make_shared<Payload>();
+  {
+    auto lease = impl.readers->acquire();
+    std::vector<std::string> names;
+    for (auto const& planned : plan) {
+      names.push_back(planned.name);
+      names.push_back(planned.type);
+    }
+    auto const atoms = impl.atomCache.intern(lease->get(), names);
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+      payload->targets.push_back(
+          {atoms[2 * i], atoms[2 * i + 1], std::move(plan[i].name), std::move(plan[i].data)});
+    }
+    payload->time = lease->serverTime(impl.options.firstReplyTimeout);
+    lease.keep();
+  }
+  payload->data = std::move(data);
+  if (!impl.owner->own(mode, std::move(payload), impl.options.firstReplyTimeout)) {
+    throw std::runtime_error("X11 clipboard: another client took the selection first");
+  }
+}
+
+std::shared_ptr<PFX11Clipboard> makeX11Clipboard(PFX11ClipboardOptions options) {
+  return std::make_shared<PFX11Clipboard>(std::move(options));
+}
+
+}  // namespace pf::clipboard

@@ -1,0 +1,348 @@
+#include "platform/x11/x11_formats.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "platform/i18n.hpp"
+
+namespace pf::clipboard::x11 {
+namespace {
+
+char lowerAscii(char c) noexcept { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+std::string_view trimSpaces(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+  return s;
+}
+
+// The charset parameter of a mime type, lower-cased; empty when there is none.
+std::string charsetOf(std::string_view mime) {
+  auto pos = mime.find(';');
+  while (pos != std::string_view::npos) {
+    auto rest = mime.substr(pos + 1);
+    auto const next = rest.find(';');
+    auto param = trimSpaces(rest.substr(0, next));
+    if (startsWithNoCase(param, "charset=")) {
+      auto value = trimSpaces(param.substr(8));
+      if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
+        value = value.substr(1, value.size() - 2);
+      }
+      std::string out(value);
+      std::transform(out.begin(), out.end(), out.begin(), lowerAscii);
+      return out;
+    }
+    pos = next == std::string_view::npos ? next : pos + 1 + next;
+  }
+  return {};
+}
+
+std::u16string utf16FromBytes(std::string_view bytes) {
+  bool bigEndian = false;
+  std::size_t start = 0;
+  if (bytes.size() >= 2) {
+    auto const b0 = static_cast<unsigned char>(bytes[0]);
+    auto const b1 = static_cast<unsigned char>(bytes[1]);
+    if (b0 == 0xFE && b1 == 0xFF) {
+      bigEndian = true;
+      start = 2;
+    } else if (b0 == 0xFF && b1 == 0xFE) {
+      start = 2;
+    }
+  }
+  std::u16string out;
+  out.reserve((bytes.size() - start) / 2);
+  for (std::size_t i = start; i + 1 < bytes.size(); i += 2) {
+    auto const lo = static_cast<unsigned char>(bytes[i + (bigEndian ? 1 : 0)]);
+    auto const hi = static_cast<unsigned char>(bytes[i + (bigEndian ? 0 : 1)]);
+    out.push_back(static_cast<char16_t>(lo | (hi << 8)));
+  }
+  if (!out.empty() && out.back() == u'\0') out.pop_back();
+  return out;
+}
+
+int hexValue(char c) noexcept {
+  if (c >= '0' && c <= '9') return c - '0';
+  c = lowerAscii(c);
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+std::string percentDecode(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size()) {
+      int const hi = hexValue(text[i + 1]);
+      int const lo = hexValue(text[i + 2]);
+      if (hi >= 0 && lo >= 0) {
+        out.push_back(static_cast<char>(hi * 16 + lo));
+        i += 2;
+        continue;
+      }
+    }
+    out.push_back(text[i]);
+  }
+  return out;
+}
+
+// Characters a file URI path keeps as they are (RFC 3986 unreserved, sub-delims, ':', '@', '/').
+bool keptInUriPath(unsigned char c) noexcept {
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+  switch (c) {
+    case '-': case '.': case '_': case '~': case '!': case '$': case '&': case '\'': case '(':
+    case ')': case '*': case '+': case ',': case ';': case '=': case ':': case '@': case '/':
+      return true;
+    default:
+      return false;
+  }
+}
+
+// "scheme:" at the start of the text (RFC 3986: ALPHA *( ALPHA / DIGIT / "+" / "-" / "." )).
+bool hasUriScheme(std::string_view text) {
+  auto const colon = text.find(':');
+  if (colon == std::string_view::npos || colon < 2) return false;  // "C:" is no scheme
+  for (std::size_t i = 0; i < colon; ++i) {
+    char const c = text[i];
+    bool const alpha = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    bool const other = (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
+    if (!(alpha || (i > 0 && other))) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool equalsNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (lowerAscii(a[i]) != lowerAscii(b[i])) return false;
+  }
+  return true;
+}
+
+bool startsWithNoCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && equalsNoCase(text.substr(0, prefix.size()), prefix);
+}
+
+bool isTextTarget(std::string_view name) {
+  return name == "UTF8_STRING" || name == "STRING" || name == "TEXT" || name == "COMPOUND_TEXT" ||
+         startsWithNoCase(name, "text/plain");
+}
+
+bool isMetaTarget(std::string_view name) {
+  static constexpr std::array<std::string_view, 12> kMeta = {
+      "TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS", "DELETE",    "INCR",
+      "LENGTH",  "ATOM_PAIR", "INSERT_SELECTION", "INSERT_PROPERTY", "CLIENT_WINDOW", "NULL"};
+  return std::find(kMeta.begin(), kMeta.end(), name) != kMeta.end();
+}
+
+ReadKind readKindOf(std::string_view mime) {
+  if (isMetaTarget(mime)) return ReadKind::none;
+  if (isTextTarget(mime)) return ReadKind::text;
+  if (equalsNoCase(mime, "text/uri-list")) return ReadKind::uriList;
+  if (equalsNoCase(mime, "image/png")) return ReadKind::png;
+  if (equalsNoCase(mime, "image/svg+xml") || equalsNoCase(mime, "image/svg")) return ReadKind::svg;
+  return ReadKind::bytes;
+}
+
+std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& targets) {
+  std::vector<std::string> out;
+  auto const seen = [&out](std::string_view name) {
+    return std::any_of(out.begin(), out.end(),
+                       [name](std::string const& have) { return equalsNoCase(have, name); });
+  };
+  for (auto const& name : targets) {
+    if (isTextTarget(name)) {
+      if (!seen("text/plain")) out.emplace_back("text/plain");
+    } else if (!isMetaTarget(name) && name.find('/') != std::string::npos && !seen(name)) {
+      out.push_back(name);
+    }
+  }
+  return out;
+}
+
+TextEncoding textEncodingOfType(std::string_view type) {
+  if (type == "UTF8_STRING") return TextEncoding::utf8;
+  if (type == "STRING") return TextEncoding::latin1;
+  if (type == "TEXT" || type == "COMPOUND_TEXT") return TextEncoding::utf8OrLatin1;
+  if (!startsWithNoCase(type, "text/plain")) return TextEncoding::notText;
+  auto const charset = charsetOf(type);
+  if (charset.empty()) return TextEncoding::utf8OrLatin1;
+  if (charset == "utf-8" || charset == "utf8") return TextEncoding::utf8;
+  if (charset == "utf-16" || charset == "utf-16le" || charset == "utf-16be") {
+    return TextEncoding::utf16;
+  }
+  if (charset == "iso-8859-1" || charset == "latin1" || charset == "us-ascii") {
+    return TextEncoding::latin1;
+  }
+  return TextEncoding::notText;  // a charset we cannot decode
+}
+
+std::optional<std::u16string> decodeText(std::string_view type, std::string_view bytes) {
+  auto const encoding = textEncodingOfType(type);
+  if (encoding == TextEncoding::notText) return std::nullopt;
+  if (encoding == TextEncoding::utf16) return utf16FromBytes(bytes);
+  if (!bytes.empty() && bytes.back() == '\0') bytes.remove_suffix(1);
+  bool const utf8 = encoding == TextEncoding::utf8 ||
+                    (encoding == TextEncoding::utf8OrLatin1 && isValidUtf8(bytes));
+  if (utf8) return fl::i18n::to_ustring(std::string(bytes));
+  return latin1ToUtf16(bytes);
+}
+
+bool isValidUtf8(std::string_view bytes) noexcept {
+  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
+  auto const* const end = p + bytes.size();
+  while (p < end) {
+    // Skip ASCII eight bytes at a time.
+    while (end - p >= 8) {
+      std::uint64_t word;
+      std::copy(p, p + 8, reinterpret_cast<unsigned char*>(&word));
+      if (word & 0x8080808080808080ULL) break;
+      p += 8;
+    }
+    if (p >= end) break;
+    unsigned char const c = *p;
+    if (c < 0x80) {
+      ++p;
+      continue;
+    }
+    std::size_t length;
+    unsigned char lo = 0x80, hi = 0xBF;  // allowed range of the second byte
+    if (c >= 0xC2 && c <= 0xDF) {
+      length = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      length = 3;
+      if (c == 0xE0) lo = 0xA0;
+      if (c == 0xED) hi = 0x9F;  // no surrogates
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      length = 4;
+      if (c == 0xF0) lo = 0x90;
+      if (c == 0xF4) hi = 0x8F;
+    } else {
+      return false;
+    }
+    if (static_cast<std::size_t>(end - p) < length) return false;
+    if (p[1] < lo || p[1] > hi) return false;
+    for (std::size_t i = 2; i < length; ++i) {
+      if ((p[i] & 0xC0) != 0x80) return false;
+    }
+    p += length;
+  }
+  return true;
+}
+
+std::u16string latin1ToUtf16(std::string_view bytes) {
+  std::u16string out(bytes.size(), u'\0');
+  std::transform(bytes.begin(), bytes.end(), out.begin(),
+                 [](char c) { return static_cast<char16_t>(static_cast<unsigned char>(c)); });
+  return out;
+}
+
+std::string utf16ToLatin1(std::u16string const& text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char16_t const c = text[i];
+    if (c < 0x100) {
+      out.push_back(static_cast<char>(c));
+    } else {
+      out.push_back('?');
+      // A surrogate pair is one character.
+      if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+          text[i + 1] <= 0xDFFF) {
+        ++i;
+      }
+    }
+  }
+  return out;
+}
+
+bool isAscii(std::u16string const& text) noexcept {
+  return std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x80; });
+}
+
+std::string uriOfPath(Path const& path) {
+  std::string const text = fl::i18n::ustring_to_utf8(path.text());
+  if (text.empty() || text.front() != '/') {
+    if (hasUriScheme(text)) return text;
+    // Relative paths name no file a receiver could find; keep them as they are, on one line.
+    std::string out;
+    for (char c : text) {
+      if (c != '\r' && c != '\n') out.push_back(c);
+    }
+    return out;
+  }
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out = "file://";
+  out.reserve(out.size() + text.size());
+  for (char ch : text) {
+    auto const c = static_cast<unsigned char>(ch);
+    if (keptInUriPath(c)) {
+      out.push_back(ch);
+    } else {
+      out.push_back('%');
+      out.push_back(kHex[c >> 4]);
+      out.push_back(kHex[c & 0xF]);
+    }
+  }
+  return out;
+}
+
+Path pathOfUri(std::string_view uri) {
+  if (startsWithNoCase(uri, "file:")) {
+    auto rest = uri.substr(5);
+    std::string_view path;
+    if (rest.substr(0, 2) == "//") {
+      rest.remove_prefix(2);
+      auto const slash = rest.find('/');
+      auto const host = rest.substr(0, slash);
+      if (slash != std::string_view::npos && (host.empty() || equalsNoCase(host, "localhost"))) {
+        path = rest.substr(slash);
+      }
+    } else if (!rest.empty() && rest.front() == '/') {
+      path = rest;
+    }
+    if (!path.empty()) {
+      // A query or fragment is not part of the path.
+      path = path.substr(0, path.find_first_of("?#"));
+      return Path(fl::i18n::to_ustring(percentDecode(path)));
+    }
+  }
+  return Path(fl::i18n::to_ustring(std::string(uri)));
+}
+
+std::string encodeUriList(std::vector<Path> const& paths) {
+  std::string out;
+  for (auto const& path : paths) {
+    out += uriOfPath(path);
+    out += "\r\n";
+  }
+  return out;
+}
+
+std::vector<Path> decodeUriList(std::string_view list) {
+  std::vector<Path> out;
+  while (!list.empty()) {
+    auto const end = list.find('\n');
+    auto line = list.substr(0, end);
+    list = end == std::string_view::npos ? std::string_view{} : list.substr(end + 1);
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\0')) line.remove_suffix(1);
+    line = trimSpaces(line);
+    if (line.empty() || line.front() == '#') continue;
+    out.push_back(pathOfUri(line));
+  }
+  return out;
+}
+
+std::string encodeGnomeCopiedFiles(std::vector<Path> const& paths, PFClipboardAction action) {
+  std::string out = action == PFClipboardAction::cut ? "cut" : "copy";
+  for (auto const& path : paths) {
+    out += '\n';
+    out += uriOfPath(path);
+  }
+  return out;
+}
+
+}  // namespace pf::clipboard::x11

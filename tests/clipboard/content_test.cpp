@@ -1,0 +1,174 @@
+// The five content getters: one clipboard value to the JSON-ready form of its family.
+#include <stdexcept>
+#include <variant>
+
+#include "service_fixture.hpp"
+
+namespace service_test {
+namespace {
+
+using ContentTest = ServiceTest;
+
+std::string const kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+
+TEST_F(ContentTest, PlainTextIsTheUtf8OfTheText) {
+  struct Case {
+    std::u16string in;
+    std::string out;
+  } const cases[] = {
+      {u"abc", "abc"},
+      {u"", ""},
+      {u"\u00e9\u2603\U0001F600", "\xC3\xA9\xE2\x98\x83\xF0\x9F\x98\x80"},
+      {std::u16string(u"a\0b", 3), std::string("a\0b", 3)},  // the whole text, NUL included
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(service.getClipboardContentPlainText(ClipboardContent(c.in)), c.out);
+  }
+}
+
+TEST_F(ContentTest, UriListGivesOneStringPerPathInOrderAndStopsAtNul) {
+  auto const list = service.getClipboardContentUriList(ClipboardContent(
+      pathsOf({u"/tmp/b", u"/tmp/a b", u"file:///x%20y", u"", u"/tmp/\u00e9\U0001F600",
+               std::u16string(u"/tmp/cut\0tail", 13), u"/tmp/b"})));
+  Array const expected = {
+      "/tmp/b",   "/tmp/a b", "file:///x%20y", "", "/tmp/\xC3\xA9\xF0\x9F\x98\x80",
+      "/tmp/cut", "/tmp/b"};
+  EXPECT_EQ(list, expected);
+  EXPECT_TRUE(service.getClipboardContentUriList(ClipboardContent(std::vector<Path>())).empty());
+}
+
+TEST_F(ContentTest, ApplicationBytesAreReadAsUtf8) {
+  struct Case {
+    std::vector<std::byte> in;
+    std::string out;
+  } const cases[] = {
+      {bytesOf("hi"), "hi"},
+      {{}, ""},
+      {byteList({0xC3, 0xA9, 0xF0, 0x9F, 0x98, 0x80}), "\xC3\xA9\xF0\x9F\x98\x80"},
+      {byteList({'a', 0, 'b'}), std::string("a\0b", 3)},
+      {byteList({0xFF, 'a'}), kReplacement + "a"},  // not UTF-8: repaired, not dropped
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(service.getClipboardContentApplicationType(ClipboardContent(c.in)), c.out);
+  }
+}
+
+TEST_F(ContentTest, JavaSerializedStringsAreUnwrapped) {
+  auto const magic = byteList({0xAC, 0xED, 0x00, 0x05});
+  struct Case {
+    char const* name;
+    std::vector<std::byte> in;
+    std::string out;
+  } const cases[] = {
+      {"short string", magic + byteList({0x74, 0x00, 0x03}) + bytesOf("abc"), "abc"},
+      {"long string", magic + byteList({0x7C, 0, 0, 0, 0, 0, 0, 0, 3}) + bytesOf("abc"), "abc"},
+      {"0x75 record", magic + byteList({0x75, 0, 0, 0, 3}) + bytesOf("abc"), "abc"},
+      {"other record", magic + byteList({0x70, 0x00, 0x00}) + bytesOf("xyz"), "xyz"},
+      {"length not read", magic + byteList({0x74, 0x00, 0x01}) + bytesOf("abc"), "abc"},
+      {"trailing records", javaString("abc") + byteList({0x74, 0x00, 0x01, 'd'}),
+       std::string("abct\0\x01"
+                   "d",
+                   7)},
+      {"utf-8 text", javaString("\xC3\xA9\xF0\x9F\x98\x80"), "\xC3\xA9\xF0\x9F\x98\x80"},
+      {"header only", magic + byteList({0x74, 0x00, 0x00}), ""},
+      {"bad first magic byte", byteList({0xAC, 0x00, 0x00, 0x05, 0x74, 0x00, 0x01, 'a'}), ""},
+      {"bad second magic byte", byteList({0x00, 0xED, 0x00, 0x05, 0x74, 0x00, 0x01, 'a'}), ""},
+      {"magic swapped", byteList({0xED, 0xAC, 0x00, 0x05, 0x74, 0x00, 0x01, 'a'}), ""},
+      {"plain text", bytesOf("abcdefgh"), ""},
+      {"no bytes", {}, ""},
+      {"magic only", byteList({0xAC, 0xED}), ""},
+      {"no record type", byteList({0xAC, 0xED, 0x00, 0x05}), ""},
+      {"long header cut short", magic + byteList({0x7C, 0x00, 0x00}), ""},
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(service.getClipboardContentJavaApplicationType(ClipboardContent(c.in)), c.out)
+        << c.name;
+  }
+}
+
+TEST_F(ContentTest, ImageEncodingDependsOnItsKind) {
+  struct Case {
+    int kind;
+    int code;
+  } const cases[] = {{1, 7}, {0, 2}, {2, 2}, {-1, 2}};
+  for (auto const& c : cases) {
+    auto const image = std::make_shared<RecordingImage>(c.kind, "QUJD");
+    EXPECT_EQ(service.getClipboardContentImages(ClipboardContent(image)), "QUJD");
+    EXPECT_EQ(image->kindQueries, 1);
+    ASSERT_EQ(image->calls.size(), 1u) << "kind " << c.kind;
+    EXPECT_EQ(image->calls[0].code, c.code) << "kind " << c.kind;
+    EXPECT_EQ(image->calls[0].flag, 1);
+    EXPECT_TRUE(image->calls[0].options.empty());
+  }
+}
+
+TEST_F(ContentTest, ImageTextIsRepairedLikeBytes) {
+  auto const image = std::make_shared<RecordingImage>(0, "iVBO\xFF");
+  EXPECT_EQ(service.getClipboardContentImages(ClipboardContent(image)), "iVBO" + kReplacement);
+}
+
+TEST_F(ContentTest, BadVariantAccessInsideTheImageIsLoggedAndGivesNoText) {
+  auto const image = std::make_shared<RecordingImage>(0, "QUJD");
+  image->failure = [] { throw std::bad_variant_access(); };
+  EXPECT_EQ(service.getClipboardContentImages(ClipboardContent(image)), "");
+  std::string const what = std::bad_variant_access().what();
+  EXPECT_EQ(logged(),
+            std::vector<std::string>{what + " [getClipboardContentImages] bad access violation\n"});
+}
+
+TEST_F(ContentTest, OtherImageFailuresReachTheCaller) {
+  auto const image = std::make_shared<RecordingImage>(0, "QUJD");
+  image->failure = [] { throw std::invalid_argument("cannot encode"); };
+  EXPECT_THROW(service.getClipboardContentImages(ClipboardContent(image)), std::invalid_argument);
+  EXPECT_TRUE(logged().empty());
+}
+
+TEST_F(ContentTest, ImageAlternativeWithoutAnImageGivesNoText) {
+  EXPECT_EQ(service.getClipboardContentImages(
+                ClipboardContent(std::shared_ptr<pf::graphics::PFGraphics>())),
+            "");
+}
+
+// Every getter given an alternative it does not expect: an empty result, no log, no throw.
+TEST_F(ContentTest, UnexpectedAlternativesGiveEmptyResults) {
+  auto const image = std::make_shared<RecordingImage>(0, "QUJD");
+  std::vector<ClipboardContent> const contents = {
+      ClipboardContent(),
+      ClipboardContent(std::u16string(u"text")),
+      ClipboardContent(pathsOf({u"/a"})),
+      ClipboardContent(std::shared_ptr<pf::graphics::PFGraphics>(image)),
+      ClipboardContent(javaString("abc")),
+  };
+  struct Getter {
+    char const* name;
+    std::size_t accepts;
+    std::function<bool(ClipboardContent const&)> yieldsNothing;
+  } const getters[] = {
+      {"plain text", 1,
+       [&](ClipboardContent const& c) { return service.getClipboardContentPlainText(c).empty(); }},
+      {"uri list", 2,
+       [&](ClipboardContent const& c) { return service.getClipboardContentUriList(c).empty(); }},
+      {"images", 3,
+       [&](ClipboardContent const& c) { return service.getClipboardContentImages(c).empty(); }},
+      {"application", 4,
+       [&](ClipboardContent const& c) {
+         return service.getClipboardContentApplicationType(c).empty();
+       }},
+      {"java", 4,
+       [&](ClipboardContent const& c) {
+         return service.getClipboardContentJavaApplicationType(c).empty();
+       }},
+  };
+  for (auto const& g : getters) {
+    for (auto const& c : contents) {
+      if (c.index() != g.accepts) {
+        EXPECT_TRUE(g.yieldsNothing(c)) << g.name << " given alternative " << c.index();
+      }
+    }
+  }
+  EXPECT_TRUE(image->calls.empty());
+  EXPECT_TRUE(logged().empty());
+}
+
+}  // namespace
+}  // namespace service_test

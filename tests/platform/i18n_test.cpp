@@ -1,0 +1,287 @@
+// fl::i18n: UTF-8 <-> UTF-16 over all of Unicode, and what malformed input turns into.
+#include "platform/i18n.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace {
+
+using fl::i18n::to_ustring;
+using fl::i18n::ustring_to_utf8;
+
+// Textbook encodings of one scalar value, to build expectations independently of the
+// converters' block-wise code.
+std::string utf8_of(char32_t cp) {
+  std::string out;
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+  return out;
+}
+
+std::u16string utf16_of(char32_t cp) {
+  if (cp < 0x10000) {
+    return std::u16string(1, static_cast<char16_t>(cp));
+  }
+  cp -= 0x10000;
+  return {static_cast<char16_t>(0xD800 + (cp >> 10)), static_cast<char16_t>(0xDC00 + (cp & 0x3FF))};
+}
+
+// ---- Well-formed text, encoded by the compiler ----
+
+struct KnownText {
+  char const* name;
+  std::string utf8;
+  std::u16string utf16;
+};
+
+class KnownTextTest : public testing::TestWithParam<KnownText> {};
+
+TEST_P(KnownTextTest, ConvertsBothWays) {
+  KnownText const& text = GetParam();
+  EXPECT_EQ(to_ustring(text.utf8), text.utf16);
+  EXPECT_EQ(ustring_to_utf8(text.utf16), text.utf8);
+  EXPECT_EQ(ustring_to_utf8(text.utf16.c_str()), text.utf8);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Samples, KnownTextTest,
+    testing::Values(
+        KnownText{"Empty", u8"", u""},
+        KnownText{"Ascii", u8"plain text/with punctuation!", u"plain text/with punctuation!"},
+        KnownText{"Latin", u8"déjà vu, Größe, naïve", u"déjà vu, Größe, naïve"},
+        KnownText{"Cjk", u8"剪贴板のテキスト", u"剪贴板のテキスト"},
+        KnownText{"Emoji", u8"a😀b🙂c", u"a😀b🙂c"},
+        KnownText{"MixedLong", u8"The quick brown fox jumps over the lazy dog — Ωμέγα 𝄞 末尾",
+                  u"The quick brown fox jumps over the lazy dog — Ωμέγα 𝄞 末尾"},
+        KnownText{"EmbeddedNul", std::string("a\0b", 3), std::u16string(u"a\0b", 3)}),
+    [](testing::TestParamInfo<KnownText> const& info) { return info.param.name; });
+
+// ---- Every scalar value, plane by plane ----
+
+class PlaneTest : public testing::TestWithParam<int> {};
+
+// All scalar values of the plane in one text, with ASCII runs of changing length between them
+// so that characters fall at every offset of the converters' blocks.
+TEST_P(PlaneTest, EveryScalarValueRoundTrips) {
+  char32_t const first = static_cast<char32_t>(GetParam()) << 16;
+  std::string utf8;
+  std::u16string utf16;
+  for (char32_t cp = first; cp <= first + 0xFFFF; ++cp) {
+    if (cp >= 0xD800 && cp <= 0xDFFF) {
+      continue;
+    }
+    utf8 += utf8_of(cp);
+    utf16 += utf16_of(cp);
+    if (cp % 61 == 0) {
+      std::size_t const run = cp % 37;
+      utf8.append(run, 'r');
+      utf16.append(run, u'r');
+    }
+  }
+  EXPECT_EQ(to_ustring(utf8), utf16);
+  EXPECT_EQ(ustring_to_utf8(utf16), utf8);
+  EXPECT_EQ(ustring_to_utf8(utf16.c_str()), utf8);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllPlanes, PlaneTest, testing::Range(0, 17));
+
+// The edges of each encoding length and of the surrogate ranges, with fixed expected forms.
+struct Edge {
+  char32_t cp;
+  std::string utf8;
+  std::u16string utf16;
+};
+
+class EdgeTest : public testing::TestWithParam<Edge> {};
+
+TEST_P(EdgeTest, EncodesAsExpected) {
+  Edge const& edge = GetParam();
+  for (std::size_t prefix : {0u, 1u, 7u, 15u, 16u, 17u}) {
+    SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
+    std::string const utf8 = std::string(prefix, 'p') + edge.utf8 + "tail";
+    std::u16string const utf16 = std::u16string(prefix, u'p') + edge.utf16 + u"tail";
+    EXPECT_EQ(to_ustring(utf8), utf16);
+    EXPECT_EQ(ustring_to_utf8(utf16), utf8);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Boundaries, EdgeTest,
+    testing::Values(Edge{0x0000, std::string(1, '\0'), std::u16string(1, u'\0')},
+                    Edge{0x007F, "\x7F", u"\u007F"}, Edge{0x0080, "\xC2\x80", u"\u0080"},
+                    Edge{0x07FF, "\xDF\xBF", u"\u07FF"}, Edge{0x0800, "\xE0\xA0\x80", u"\u0800"},
+                    Edge{0xD7FF, "\xED\x9F\xBF", u"\uD7FF"},
+                    Edge{0xE000, "\xEE\x80\x80", u"\uE000"},
+                    Edge{0xFFFD, "\xEF\xBF\xBD", u"\uFFFD"},
+                    Edge{0xFFFF, "\xEF\xBF\xBF", u"\uFFFF"},
+                    Edge{0x10000, "\xF0\x90\x80\x80", {0xD800, 0xDC00}},
+                    Edge{0x103FF, "\xF0\x90\x8F\xBF", {0xD800, 0xDFFF}},
+                    Edge{0x10400, "\xF0\x90\x90\x80", {0xD801, 0xDC00}},
+                    Edge{0x10FC00, "\xF4\x8F\xB0\x80", {0xDBFF, 0xDC00}},
+                    Edge{0x10FFFF, "\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF}}));
+
+// ---- Malformed UTF-8: one U+FFFD per maximal invalid subpart ----
+
+struct BadUtf8 {
+  char const* name;
+  std::string input;
+  std::u16string expected;
+};
+
+class BadUtf8Test : public testing::TestWithParam<BadUtf8> {};
+
+TEST_P(BadUtf8Test, ReplacesEachMaximalSubpart) {
+  BadUtf8 const& bad = GetParam();
+  // At every offset of a block, and with ASCII after it so a resumed fast path shows.
+  for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
+    SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
+    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + bad.input + "0123456789abcdefgh"),
+              std::u16string(prefix, u'p') + bad.expected + u"0123456789abcdefgh");
+    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + bad.input),
+              std::u16string(prefix, u'p') + bad.expected);
+  }
+}
+
+constexpr char16_t kRep = 0xFFFD;
+
+INSTANTIATE_TEST_SUITE_P(
+    Subparts, BadUtf8Test,
+    testing::Values(
+        BadUtf8{"LoneContinuation", "\x80", {kRep}}, BadUtf8{"LoneContinuationBF", "\xBF", {kRep}},
+        BadUtf8{"TwoContinuations", "\x80\xBF", {kRep, kRep}},
+        BadUtf8{"OverlongC0", "\xC0\xAF", {kRep, kRep}}, BadUtf8{"OverlongC1", "\xC1\xBF", {kRep, kRep}},
+        BadUtf8{"OverlongThreeByte", "\xE0\x80\xAF", {kRep, kRep, kRep}},
+        BadUtf8{"OverlongThreeByteTop", "\xE0\x9F\xBF", {kRep, kRep, kRep}},
+        BadUtf8{"OverlongFourByte", "\xF0\x80\x80\xAF", {kRep, kRep, kRep, kRep}},
+        BadUtf8{"OverlongFourByteTop", "\xF0\x8F\xBF\xBF", {kRep, kRep, kRep, kRep}},
+        BadUtf8{"SurrogateD800", "\xED\xA0\x80", {kRep, kRep, kRep}},
+        BadUtf8{"SurrogateDFFF", "\xED\xBF\xBF", {kRep, kRep, kRep}},
+        BadUtf8{"EncodedPair", "\xED\xA0\xBD\xED\xB8\x80", {kRep, kRep, kRep, kRep, kRep, kRep}},
+        BadUtf8{"Above10FFFF", "\xF4\x90\x80\x80", {kRep, kRep, kRep, kRep}},
+        BadUtf8{"LeadF5", "\xF5\x80\x80\x80", {kRep, kRep, kRep, kRep}},
+        BadUtf8{"LeadFE", "\xFE", {kRep}}, BadUtf8{"LeadFF", "\xFF", {kRep}},
+        BadUtf8{"TruncatedTwo", "\xC3", {kRep}}, BadUtf8{"TruncatedThree", "\xE2\x82", {kRep}},
+        BadUtf8{"TruncatedFour", "\xF0\x9F\x98", {kRep}},
+        BadUtf8{"TruncatedThenAscii", "\xF0\x9F" "a", {kRep, u'a'}},
+        BadUtf8{"LeadThenLead", "\xC3\xC3\xA9", {kRep, 0x00E9}},
+        BadUtf8{"TruncatedThenChar", "\xE1\x80\xE2\x82\xAC", {kRep, 0x20AC}},
+        BadUtf8{"StandardExample", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+                {u'a', kRep, kRep, kRep, u'b', kRep, u'c', kRep, kRep, u'd'}},
+        BadUtf8{"ValidAmongInvalid", "\xC3\xA9\x80\xF0\x9F\x98\x80\xE0\x80",
+                {0x00E9, kRep, 0xD83D, 0xDE00, kRep, kRep}}),
+    [](testing::TestParamInfo<BadUtf8> const& info) { return info.param.name; });
+
+// ---- Malformed UTF-16: every unpaired surrogate becomes U+FFFD ----
+
+struct BadUtf16 {
+  char const* name;
+  std::u16string input;
+  std::string expected;
+};
+
+class BadUtf16Test : public testing::TestWithParam<BadUtf16> {};
+
+TEST_P(BadUtf16Test, ReplacesUnpairedSurrogates) {
+  BadUtf16 const& bad = GetParam();
+  for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
+    SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
+    std::u16string const input = std::u16string(prefix, u'p') + bad.input;
+    std::string const expected = std::string(prefix, 'p') + bad.expected;
+    EXPECT_EQ(ustring_to_utf8(input), expected);
+    EXPECT_EQ(ustring_to_utf8(input + u"0123456789abcdefgh"), expected + "0123456789abcdefgh");
+    EXPECT_EQ(ustring_to_utf8((input + u"xy").c_str()), expected + "xy");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Surrogates, BadUtf16Test,
+    testing::Values(BadUtf16{"LoneHigh", {0xD800}, "\xEF\xBF\xBD"},
+                    BadUtf16{"LoneHighTop", {0xDBFF}, "\xEF\xBF\xBD"},
+                    BadUtf16{"LoneLow", {0xDC00}, "\xEF\xBF\xBD"},
+                    BadUtf16{"LoneLowTop", {0xDFFF}, "\xEF\xBF\xBD"},
+                    BadUtf16{"HighThenAscii", {0xD800, u'a'}, "\xEF\xBF\xBD" "a"},
+                    BadUtf16{"HighThenBmp", {0xD800, 0xE000}, "\xEF\xBF\xBD\xEE\x80\x80"},
+                    BadUtf16{"LowThenHigh", {0xDC00, 0xD800}, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+                    BadUtf16{"HighHighLow", {0xD800, 0xD800, 0xDC00},
+                             "\xEF\xBF\xBD\xF0\x90\x80\x80"},
+                    BadUtf16{"PairLow", {0xD83D, 0xDE00, 0xDE00},
+                             "\xF0\x9F\x98\x80\xEF\xBF\xBD"},
+                    BadUtf16{"HighBetweenPairs",
+                             {0xD83D, 0xDE00, 0xDBFF, 0xD83D, 0xDE00},
+                             "\xF0\x9F\x98\x80\xEF\xBF\xBD\xF0\x9F\x98\x80"}),
+    [](testing::TestParamInfo<BadUtf16> const& info) { return info.param.name; });
+
+// ---- The pointer overload ----
+
+TEST(PointerOverload, StopsAtTheFirstNul) {
+  char16_t const text[] = {u'a', 0x00E9, 0xD83D, 0xDE00, 0, u'b', u'c', 0};
+  EXPECT_EQ(ustring_to_utf8(text), "a\xC3\xA9\xF0\x9F\x98\x80");
+  EXPECT_EQ(ustring_to_utf8(text + 5), "bc");
+}
+
+TEST(PointerOverload, NullAndEmptyGiveEmptyText) {
+  char16_t const empty[] = {0};
+  EXPECT_EQ(ustring_to_utf8(static_cast<char16_t const*>(nullptr)), "");
+  EXPECT_EQ(ustring_to_utf8(empty), "");
+}
+
+TEST(PointerOverload, ReadsLongTextToItsEnd) {
+  std::u16string long_text(1000, u'x');
+  long_text += 0x4E2D;
+  EXPECT_EQ(ustring_to_utf8(long_text.c_str()), std::string(1000, 'x') + "\xE4\xB8\xAD");
+}
+
+// ---- Mixed text of every kind, in one long piece ----
+
+// Deterministic mix of ASCII runs, two-, three- and four-byte characters and bad bytes; the
+// expectation is built from the per-character encodings above.
+TEST(MixedText, LongTextMatchesPerCharacterEncoding) {
+  std::uint32_t state = 12345;
+  auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  };
+  char32_t const samples[] = {0xE9, 0x3A9, 0x20AC, 0x4E2D, 0xFFFD, 0x1F600, 0x10FFFF, 0x10000};
+  std::string utf8;
+  std::u16string utf16;
+  std::string clean_utf8;
+  for (int i = 0; i < 20000; ++i) {
+    std::uint32_t const r = next();
+    if (r % 4 == 0) {
+      char32_t const cp = samples[(r >> 4) % 8];
+      utf8 += utf8_of(cp);
+      clean_utf8 += utf8_of(cp);
+      utf16 += utf16_of(cp);
+    } else if (r % 97 == 1) {
+      utf8 += '\xF0';  // a lone lead byte
+      clean_utf8 += "\xEF\xBF\xBD";
+      utf16 += kRep;
+    } else {
+      std::size_t const run = (r >> 4) % 40;
+      utf8.append(run, 'a');
+      clean_utf8.append(run, 'a');
+      utf16.append(run, u'a');
+    }
+  }
+  EXPECT_EQ(to_ustring(utf8), utf16);
+  EXPECT_EQ(ustring_to_utf8(utf16), clean_utf8);
+  EXPECT_EQ(ustring_to_utf8(to_ustring(utf8)), clean_utf8);
+}
+
+}  // namespace

@@ -1,0 +1,569 @@
+// foundation::json::serialize: the text is checked by a strict JSON parser of its own (Python's
+// json module with NaN and Infinity refused, after a strict UTF-8 decode) and compared value
+// for value with what was serialized.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "json/value.hpp"
+#include "platform/json.hpp"
+
+namespace {
+
+namespace fj = foundation::json;
+using fj::Array;
+using fj::Object;
+using fj::Value;
+
+// ---- The strict parser ----
+
+// Reads the file named by argv[1] and prints one line per token of the parsed document:
+// "{" "K <key hex>" ... "}", "[" ... "]", "S <utf-8 hex>", "B 1", "B 0", "Z" for null, and for
+// numbers "I <integer> <double bits> <text>" or "R <double bits> <text>".
+constexpr char kCanonicalizer[] = R"(import json, struct, sys
+
+def refuse(name):
+    raise ValueError('not JSON: ' + name)
+
+class Number:
+    def __init__(self, text, integral):
+        self.text, self.integral = text, integral
+
+def bits(text):
+    return struct.unpack('<Q', struct.pack('<d', float(text)))[0]
+
+text = open(sys.argv[1], 'rb').read().decode('utf-8')
+doc = json.loads(text, parse_constant=refuse,
+                 parse_int=lambda t: Number(t, True), parse_float=lambda t: Number(t, False))
+lines = []
+def walk(v):
+    if isinstance(v, dict):
+        lines.append('{')
+        for key, member in v.items():
+            lines.append('K ' + key.encode('utf-8').hex())
+            walk(member)
+        lines.append('}')
+    elif isinstance(v, list):
+        lines.append('[')
+        for element in v:
+            walk(element)
+        lines.append(']')
+    elif isinstance(v, str):
+        lines.append('S ' + v.encode('utf-8').hex())
+    elif v is True or v is False:
+        lines.append('B 1' if v else 'B 0')
+    elif v is None:
+        lines.append('Z')
+    elif v.integral:
+        lines.append('I %d %d %s' % (int(v.text), bits(v.text), v.text))
+    else:
+        lines.append('R %d %s' % (bits(v.text), v.text))
+walk(doc)
+sys.stdout.write('\n'.join(lines) + '\n')
+)";
+
+struct ParseResult {
+  int status;
+  std::vector<std::string> lines;
+  std::string error;
+};
+
+std::string read_file(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void write_file(std::string const& path, std::string const& content) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(content.data(), static_cast<std::streamsize>(content.size()));
+}
+
+ParseResult parse_strictly(std::string const& json) {
+  // Unique per process and test: ctest runs test programs side by side.
+  testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
+  std::string base = testing::TempDir() + "serialize_" + test->test_suite_name() + "_" +
+                     test->name() + "_" + std::to_string(::getpid());
+  for (char& c : base.replace(0, testing::TempDir().size(), std::string())) {
+    if (c == '/') {
+      c = '_';
+    }
+  }
+  base = testing::TempDir() + base;
+  std::string const script = base + ".py";
+  std::string const input = base + ".json";
+  std::string const output = base + ".out";
+  std::string const error = base + ".err";
+  write_file(script, kCanonicalizer);
+  write_file(input, json);
+  std::string const command = "python3 '" + script + "' '" + input + "' > '" + output +
+                              "' 2> '" + error + "'";
+  ParseResult result;
+  result.status = std::system(command.c_str());
+  std::istringstream lines(read_file(output));
+  for (std::string line; std::getline(lines, line);) {
+    result.lines.push_back(line);
+  }
+  result.error = read_file(error);
+  std::remove(script.c_str());
+  std::remove(input.c_str());
+  std::remove(output.c_str());
+  std::remove(error.c_str());
+  return result;
+}
+
+std::string hex(std::string const& bytes) {
+  static char const kDigits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned char c : bytes) {
+    out += kDigits[c >> 4];
+    out += kDigits[c & 0xF];
+  }
+  return out;
+}
+
+std::uint64_t bits_of(double d) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &d, sizeof bits);
+  return bits;
+}
+
+double double_of(std::uint64_t bits) {
+  double d;
+  std::memcpy(&d, &bits, sizeof d);
+  return d;
+}
+
+std::uint32_t bits_of(float f) {
+  std::uint32_t bits;
+  std::memcpy(&bits, &f, sizeof bits);
+  return bits;
+}
+
+std::vector<std::string> split(std::string const& line) {
+  std::istringstream in(line);
+  std::vector<std::string> words;
+  for (std::string word; in >> word;) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+std::size_t significant_digits(std::string const& number) {
+  std::string digits;
+  for (char c : number) {
+    if (c == 'e' || c == 'E') {
+      break;
+    }
+    if (c >= '0' && c <= '9') {
+      digits += c;
+    }
+  }
+  std::size_t const first = digits.find_first_not_of('0');
+  if (first == std::string::npos) {
+    return 1;
+  }
+  std::size_t const last = digits.find_last_not_of('0');
+  return last - first + 1;
+}
+
+// Walks `expected` and the parser's lines side by side. Strings in `expected` hold the text
+// that must come back; numbers are compared by value (bit for bit, so -0 and the last digit
+// count), floats after narrowing the parsed double back to float.
+class Matcher {
+ public:
+  explicit Matcher(std::vector<std::string> lines) : lines_(std::move(lines)) {}
+
+  void match(Value const& expected, std::string const& path) {
+    std::string const line = next(path);
+    std::vector<std::string> const words = split(line);
+    switch (expected.kind()) {
+      case fj::Kind::undefined:
+      case fj::Kind::null: EXPECT_EQ(line, "Z") << path; return;
+      case fj::Kind::boolean:
+        EXPECT_EQ(line, expected.get<bool>() ? "B 1" : "B 0") << path;
+        return;
+      case fj::Kind::string:
+        EXPECT_EQ(line, "S " + hex(expected.get<std::string>())) << path;
+        return;
+      case fj::Kind::number: {
+        double const d = expected.get<double>();
+        if (!std::isfinite(d)) {
+          EXPECT_EQ(line, "Z") << path;
+          return;
+        }
+        ASSERT_GE(words.size(), 3u) << path << ": " << line;
+        std::string const& parsed_bits = words[words.size() - 2];
+        EXPECT_EQ(parsed_bits, std::to_string(bits_of(d))) << path << ": " << line;
+        EXPECT_LE(significant_digits(words.back()), 17u) << path << ": " << line;
+        return;
+      }
+      case fj::Kind::float32: {
+        float const f = expected.get<float>();
+        if (!std::isfinite(f)) {
+          EXPECT_EQ(line, "Z") << path;
+          return;
+        }
+        ASSERT_GE(words.size(), 3u) << path << ": " << line;
+        double const parsed = double_of(std::stoull(words[words.size() - 2]));
+        EXPECT_EQ(bits_of(static_cast<float>(parsed)), bits_of(f)) << path << ": " << line;
+        EXPECT_LE(significant_digits(words.back()), 9u) << path << ": " << line;
+        return;
+      }
+      case fj::Kind::int64:
+        ASSERT_EQ(words.size(), 4u) << path << ": " << line;
+        EXPECT_EQ(words[0], "I") << path;
+        EXPECT_EQ(words[1], std::to_string(expected.get<long>())) << path;
+        return;
+      case fj::Kind::uint64:
+        ASSERT_EQ(words.size(), 4u) << path << ": " << line;
+        EXPECT_EQ(words[0], "I") << path;
+        EXPECT_EQ(words[1], std::to_string(expected.get<unsigned long>())) << path;
+        return;
+      case fj::Kind::array: {
+        EXPECT_EQ(line, "[") << path;
+        std::size_t index = 0;
+        for (Value const& element : expected.get<Array>()) {
+          match(element, path + "[" + std::to_string(index++) + "]");
+        }
+        EXPECT_EQ(next(path), "]") << path;
+        return;
+      }
+      case fj::Kind::object: {
+        EXPECT_EQ(line, "{") << path;
+        for (auto const& [key, member] : expected.get<Object>()) {
+          EXPECT_EQ(next(path), "K " + hex(key)) << path;
+          match(member, path + "." + key);
+        }
+        EXPECT_EQ(next(path), "}") << path;
+        return;
+      }
+    }
+  }
+
+  void expect_consumed() const { EXPECT_EQ(position_, lines_.size()) << "trailing tokens"; }
+
+ private:
+  std::string next(std::string const& path) {
+    if (position_ == lines_.size()) {
+      ADD_FAILURE() << path << ": the parsed document ended early";
+      return std::string();
+    }
+    return lines_[position_++];
+  }
+
+  std::vector<std::string> lines_;
+  std::size_t position_ = 0;
+};
+
+bool has_white_space(std::string const& text) {
+  return text.find_first_of(" \t\n\r") != std::string::npos;
+}
+
+// Serializes `input`, has the strict parser read it, and compares with `expected`.
+void expect_round_trip(Value const& input, Value const& expected) {
+  std::string const text = fj::serialize(input);
+  ParseResult const parsed = parse_strictly(text);
+  ASSERT_EQ(parsed.status, 0) << "rejected: " << parsed.error << "\ntext: " << text;
+  Matcher matcher(parsed.lines);
+  matcher.match(expected, "$");
+  matcher.expect_consumed();
+}
+
+// ---- The harness itself must refuse what is not strict JSON ----
+
+TEST(StrictParser, RefusesNonStandardText) {
+  for (std::string const text :
+       {"NaN", "[Infinity]", "[-Infinity]", "\"a\x01z\"", "\"\xC0\xAF\"", "\"\xED\xA0\x80\"",
+        "\"\xF4\x90\x80\x80\"", "\"\xE2\x82\"", "[1,]", "{'a':1}", "\"\\x41\""}) {
+    EXPECT_NE(parse_strictly(text).status, 0) << text;
+  }
+  EXPECT_EQ(parse_strictly("[1,\"\xF0\x9F\x98\x80\"]").status, 0);
+}
+
+// ---- Exact text ----
+
+struct ExactCase {
+  char const* name;
+  Value value;
+  std::string text;
+};
+
+class ExactTextTest : public testing::TestWithParam<ExactCase> {};
+
+TEST_P(ExactTextTest, Writes) { EXPECT_EQ(fj::serialize(GetParam().value), GetParam().text); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Forms, ExactTextTest,
+    testing::Values(
+        ExactCase{"Undefined", Value(), "null"}, ExactCase{"Null", Value(fj::Null()), "null"},
+        ExactCase{"True", Value(true), "true"}, ExactCase{"False", Value(false), "false"},
+        ExactCase{"EmptyString", Value(""), "\"\""}, ExactCase{"EmptyArray", Value(Array{}), "[]"},
+        ExactCase{"EmptyObject", Value(Object{}), "{}"},
+        ExactCase{"NamedEscapes", Value("\b\f\n\r\t"), R"("\b\f\n\r\t")"},
+        ExactCase{"OtherControls", Value(std::string("\x00\x01\x1F", 3)), R"("\u0000\u0001\u001F")"},
+        ExactCase{"QuoteAndBackslash", Value("say \"hi\" \\o/"), R"("say \"hi\" \\o/")"},
+        ExactCase{"DeleteAndSlashAsThey", Value("\x7F/"), "\"\x7F/\""},
+        ExactCase{"ReplacedBytes", Value("a\xFF" "b"), "\"a\xEF\xBF\xBD" "b\""},
+        ExactCase{"MapOrder",
+                  Value(Object{{"b", Value(1L)}, {"a", Value(Array{Value(2L), Value()})},
+                               {"B", Value(fj::Null())}}),
+                  R"({"B":null,"a":[2,null],"b":1})"},
+        ExactCase{"Nested",
+                  Value(Array{Value(Array{Value(Array{})}), Value(Object{{"k", Value(Object{})}})}),
+                  R"([[[]],{"k":{}}])"}),
+    [](testing::TestParamInfo<ExactCase> const& info) { return info.param.name; });
+
+// ---- Hostile strings ----
+
+// Every control character, quote and backslash, each at every offset of a 16-byte block.
+TEST(HostileStrings, ControlsQuotesAndBackslashesSurvive) {
+  std::string specials;
+  for (int c = 0; c < 0x20; ++c) {
+    specials += static_cast<char>(c);
+  }
+  specials += "\"\\\x7F";
+  Array strings;
+  strings.push_back(Value(specials));
+  for (std::size_t offset = 0; offset < 17; ++offset) {
+    for (char c : specials) {
+      strings.push_back(Value(std::string(offset, 'x') + c + std::string(20, 'y') + c));
+    }
+  }
+  Value const value(strings);
+  std::string const text = fj::serialize(value);
+  EXPECT_FALSE(has_white_space(text));
+  expect_round_trip(value, value);
+}
+
+// Well-formed multi-byte text passes unchanged, whatever its position.
+TEST(HostileStrings, NonAsciiCharactersSurvive) {
+  char const* const samples[] = {"\xC2\x80",         "\xDF\xBF",         "\xE0\xA0\x80",
+                                 "\xED\x9F\xBF",     "\xEE\x80\x80",     "\xEF\xBF\xBD",
+                                 "\xEF\xBF\xBF",     "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80",
+                                 "\xF4\x8F\xBF\xBF", "\xE2\x80\xA8",     "\xE2\x80\xA9"};
+  Array strings;
+  std::string all;
+  for (char const* sample : samples) {
+    all += sample;
+    for (std::size_t offset = 0; offset < 17; ++offset) {
+      strings.push_back(Value(std::string(offset, 'x') + sample + "tail" + sample));
+    }
+  }
+  strings.push_back(Value(all));
+  Value const value(strings);
+  expect_round_trip(value, value);
+}
+
+struct BadBytes {
+  char const* name;
+  std::string input;
+  std::string expected;
+};
+
+class InvalidUtf8Test : public testing::TestWithParam<BadBytes> {};
+
+// One U+FFFD per maximal invalid subpart, at every offset of a block; keys are cleaned too.
+TEST_P(InvalidUtf8Test, IsReplacedAndParses) {
+  BadBytes const& bad = GetParam();
+  Array inputs;
+  Array expected;
+  for (std::size_t offset = 0; offset < 17; ++offset) {
+    std::string const prefix(offset, 'p');
+    inputs.push_back(Value(prefix + bad.input));
+    expected.push_back(Value(prefix + bad.expected));
+    inputs.push_back(Value(prefix + bad.input + "\n0123456789abcdef"));
+    expected.push_back(Value(prefix + bad.expected + "\n0123456789abcdef"));
+  }
+  Value const input(Object{{"key" + bad.input, Value(inputs)}});
+  Value const output(Object{{"key" + bad.expected, Value(expected)}});
+  expect_round_trip(input, output);
+}
+
+#define FFFD "\xEF\xBF\xBD"
+
+INSTANTIATE_TEST_SUITE_P(
+    Subparts, InvalidUtf8Test,
+    testing::Values(BadBytes{"LoneContinuation", "\x80", FFFD},
+                    BadBytes{"Continuations", "\x80\xBF\xA0", FFFD FFFD FFFD},
+                    BadBytes{"OverlongC0", "\xC0\xAF", FFFD FFFD},
+                    BadBytes{"OverlongC1", "\xC1\xBF", FFFD FFFD},
+                    BadBytes{"OverlongThreeByte", "\xE0\x9F\xBF", FFFD FFFD FFFD},
+                    BadBytes{"OverlongFourByte", "\xF0\x8F\xBF\xBF", FFFD FFFD FFFD FFFD},
+                    BadBytes{"SurrogateHigh", "\xED\xA0\x80", FFFD FFFD FFFD},
+                    BadBytes{"SurrogateLow", "\xED\xBF\xBF", FFFD FFFD FFFD},
+                    BadBytes{"Above10FFFF", "\xF4\x90\x80\x80", FFFD FFFD FFFD FFFD},
+                    BadBytes{"LeadF5", "\xF5\x80", FFFD FFFD},
+                    BadBytes{"LeadFF", "\xFF", FFFD},
+                    BadBytes{"TruncatedTwo", "\xDF", FFFD},
+                    BadBytes{"TruncatedThree", "\xE2\x82", FFFD},
+                    BadBytes{"TruncatedFour", "\xF0\x9F\x98", FFFD},
+                    BadBytes{"TruncatedBeforeQuote", "\xE2\x82\"", FFFD "\""},
+                    BadBytes{"TruncatedBeforeControl", "\xF0\x9F\x01", FFFD "\x01"},
+                    BadBytes{"StandardExample",
+                             "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+                             "a" FFFD FFFD FFFD "b" FFFD "c" FFFD FFFD "d"}),
+    [](testing::TestParamInfo<BadBytes> const& info) { return info.param.name; });
+
+#undef FFFD
+
+// ---- Numbers ----
+
+TEST(Numbers, DoublesReadBackBitForBit) {
+  double const inf = std::numeric_limits<double>::infinity();
+  std::vector<double> const doubles = {0.0,
+                                       -0.0,
+                                       1.0,
+                                       -1.5,
+                                       0.1,
+                                       1.0 / 3.0,
+                                       3.141592653589793,
+                                       1e21,
+                                       1e22,
+                                       123456789012345680000.0,
+                                       9007199254740993.0,
+                                       1e-7,
+                                       1e300,
+                                       -1e300,
+                                       std::numeric_limits<double>::max(),
+                                       std::numeric_limits<double>::lowest(),
+                                       std::numeric_limits<double>::min(),
+                                       std::numeric_limits<double>::denorm_min(),
+                                       -std::numeric_limits<double>::denorm_min(),
+                                       2.2250738585072009e-308,
+                                       std::numeric_limits<double>::epsilon(),
+                                       std::nan(""),
+                                       inf,
+                                       -inf};
+  Array values;
+  for (double d : doubles) {
+    values.push_back(Value(d));
+  }
+  Value const value(values);
+  expect_round_trip(value, value);
+}
+
+TEST(Numbers, FloatsUseTheirOwnShortestForm) {
+  float const inf = std::numeric_limits<float>::infinity();
+  std::vector<float> const floats = {0.1f,
+                                     -0.0f,
+                                     1.0f / 3.0f,
+                                     16777216.0f,
+                                     16777217.0f,
+                                     3.4e38f,
+                                     std::numeric_limits<float>::max(),
+                                     std::numeric_limits<float>::min(),
+                                     std::numeric_limits<float>::denorm_min(),
+                                     std::nanf(""),
+                                     inf,
+                                     -inf};
+  Array values;
+  for (float f : floats) {
+    values.push_back(Value(f));
+  }
+  Value const value(values);
+  expect_round_trip(value, value);
+
+  // The float 0.1 is written as 0.1, not as the digits of its double widening.
+  ParseResult const parsed = parse_strictly(fj::serialize(Value(0.1f)));
+  ASSERT_EQ(parsed.status, 0) << parsed.error;
+  ASSERT_EQ(parsed.lines.size(), 1u);
+  EXPECT_EQ(split(parsed.lines[0])[1], std::to_string(bits_of(0.1)));
+}
+
+TEST(Numbers, IntegersAreExact) {
+  Array values;
+  for (long i : {std::numeric_limits<long>::min(), std::numeric_limits<long>::min() + 1, -1L, 0L,
+                 1L, 9007199254740993L, std::numeric_limits<long>::max()}) {
+    values.push_back(Value(i));
+  }
+  for (unsigned long u : {0UL, 1UL, 9223372036854775808UL, 18446744073709551615UL}) {
+    values.push_back(Value(u));
+  }
+  Value const value(values);
+  expect_round_trip(value, value);
+}
+
+// ---- Structure ----
+
+TEST(Structure, MixedDocumentKeepsEveryValueAndOrder) {
+  Object reply;
+  reply["success"] = true;
+  reply["requestid"] = "r-1";
+  reply["flavors"] = Array{Value("text/plain"), Value("image/png"), Value(fj::Null())};
+  reply["nested"] = Object{{"z", Value(Array{Value(1L), Value(2.5), Value(0.5f)})},
+                           {"a", Value(Object{{"deep", Value(Array{Value(Array{})})}})},
+                           {"", Value("empty key")},
+                           {"\xC3\xA9t\xC3\xA9", Value(fj::Undefined())}};
+  Value const value(reply);
+  std::string const text = fj::serialize(value);
+  EXPECT_FALSE(has_white_space(text));
+  Object expected_reply = reply;
+  expected_reply["nested"].get<Object>()["\xC3\xA9t\xC3\xA9"] = fj::Null();
+  expect_round_trip(value, Value(expected_reply));
+}
+
+TEST(Structure, NestingDepthOfTwoHundredParses) {
+  Value value("core");
+  for (int depth = 0; depth < 200; ++depth) {
+    if (depth % 2 == 0) {
+      Array array;
+      array.push_back(std::move(value));
+      value = Value(std::move(array));
+    } else {
+      Object object;
+      object.emplace("level", std::move(value));
+      value = Value(std::move(object));
+    }
+  }
+  expect_round_trip(value, value);
+}
+
+// A value nested far deeper than any reply; writing it must not need the call stack. The
+// test builds and dismantles the value level by level, for the same reason.
+TEST(Structure, VeryDeepNestingNeedsNoRecursion) {
+  constexpr int kDepth = 100000;
+  Value value(7L);
+  for (int depth = 0; depth < kDepth; ++depth) {
+    if (depth % 2 == 0) {
+      Array array;
+      array.push_back(std::move(value));
+      value = Value(std::move(array));
+    } else {
+      Object object;
+      object.emplace("k", std::move(value));
+      value = Value(std::move(object));
+    }
+  }
+  std::string const text = fj::serialize(value);
+  std::string expected;
+  for (int depth = kDepth - 1; depth >= 0; --depth) {
+    expected += depth % 2 == 0 ? "[" : "{\"k\":";
+  }
+  expected += "7";
+  for (int depth = 0; depth < kDepth; ++depth) {
+    expected += depth % 2 == 0 ? "]" : "}";
+  }
+  EXPECT_EQ(text, expected);
+
+  while (value.is<Array>() || value.is<Object>()) {
+    Value inner = value.is<Array>() ? std::move(value.get<Array>().front())
+                                    : std::move(value.get<Object>().begin()->second);
+    value = Value(fj::Null());
+    value = std::move(inner);
+  }
+}
+
+}  // namespace

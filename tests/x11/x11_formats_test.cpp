@@ -1,0 +1,172 @@
+// The wire formats, without a display.
+#include <gtest/gtest.h>
+
+#include "platform/x11/x11_formats.hpp"
+
+namespace {
+
+using namespace pf::clipboard::x11;
+using pf::clipboard::Path;
+using pf::clipboard::PFClipboardAction;
+
+struct KindCase {
+  char const* mime;
+  ReadKind kind;
+};
+
+class ReadKinds : public ::testing::TestWithParam<KindCase> {};
+
+TEST_P(ReadKinds, FollowTheMimeType) { EXPECT_EQ(readKindOf(GetParam().mime), GetParam().kind); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ReadKinds,
+    ::testing::Values(KindCase{"text/plain", ReadKind::text},
+                      KindCase{"text/plain;charset=utf-8", ReadKind::text},
+                      KindCase{"TEXT/PLAIN; charset=UTF-16", ReadKind::text},
+                      KindCase{"UTF8_STRING", ReadKind::text},
+                      KindCase{"text/uri-list", ReadKind::uriList},
+                      KindCase{"image/png", ReadKind::png}, KindCase{"Image/PNG", ReadKind::png},
+                      KindCase{"image/svg+xml", ReadKind::svg}, KindCase{"image/svg", ReadKind::svg},
+                      KindCase{"text/html", ReadKind::bytes},
+                      KindCase{"image/jpeg", ReadKind::bytes},
+                      KindCase{"application/x-thing", ReadKind::bytes},
+                      KindCase{"TARGETS", ReadKind::none}, KindCase{"MULTIPLE", ReadKind::none},
+                      KindCase{"INCR", ReadKind::none}));
+
+struct ListingCase {
+  std::vector<std::string> targets;
+  std::vector<std::string> mimes;
+};
+
+class Listings : public ::testing::TestWithParam<ListingCase> {};
+
+TEST_P(Listings, DropMetaTargetsAndShowTextOnce) {
+  EXPECT_EQ(mimeTypesFromTargets(GetParam().targets), GetParam().mimes);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Listings,
+    ::testing::Values(
+        ListingCase{{}, {}},
+        // xsel's list: meta targets around the text ones
+        ListingCase{{"TIMESTAMP", "TARGETS", "MULTIPLE", "SAVE_TARGETS", "UTF8_STRING", "TEXT",
+                     "STRING", "DELETE", "INCR"},
+                    {"text/plain"}},
+        // GTK's text targets after an image: text keeps the place of the first text target
+        ListingCase{{"image/png", "UTF8_STRING", "COMPOUND_TEXT", "TEXT", "STRING",
+                     "text/plain;charset=utf-8", "text/plain"},
+                    {"image/png", "text/plain"}},
+        ListingCase{{"text/plain", "text/html", "TEXT/HTML", "text/uri-list", "PIXMAP",
+                     "x-special/gnome-copied-files"},
+                    {"text/plain", "text/html", "text/uri-list", "x-special/gnome-copied-files"}}));
+
+struct TextCase {
+  char const* type;
+  std::string bytes;
+  std::optional<std::u16string> text;
+};
+
+class TextDecoding : public ::testing::TestWithParam<TextCase> {};
+
+TEST_P(TextDecoding, FollowsTheReplyType) {
+  EXPECT_EQ(decodeText(GetParam().type, GetParam().bytes), GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, TextDecoding,
+    ::testing::Values(
+        TextCase{"UTF8_STRING", "caf\xC3\xA9 \xF0\x9F\x98\x80", u"caf\u00e9 \U0001F600"},
+        TextCase{"UTF8_STRING", std::string("nul\0", 4), u"nul"},
+        TextCase{"STRING", "caf\xE9", u"caf\u00e9"},
+        TextCase{"text/plain;charset=utf-8", "\xE2\x98\x83", u"\u2603"},
+        TextCase{"text/plain;charset=UTF-8", "\xE2\x98\x83", u"\u2603"},
+        TextCase{"text/plain", "\xE2\x98\x83", u"\u2603"},  // valid UTF-8 stays UTF-8
+        TextCase{"text/plain", "\xE9t\xE9", u"\u00e9t\u00e9"},  // otherwise Latin-1
+        TextCase{"TEXT", "plain", u"plain"},
+        TextCase{"text/plain;charset=utf-16", std::string("\xFF\xFEh\0i\0", 6), u"hi"},
+        TextCase{"text/plain;charset=utf-16", std::string("\xFE\xFF\0h\0i", 6), u"hi"},
+        TextCase{"text/plain;charset=koi8-r", "x", std::nullopt},
+        TextCase{"image/png", "\x89PNG", std::nullopt},
+        TextCase{"text/html", "<b>", std::nullopt}));
+
+struct Utf8Case {
+  std::string bytes;
+  bool valid;
+};
+
+class Utf8Validation : public ::testing::TestWithParam<Utf8Case> {};
+
+TEST_P(Utf8Validation, MatchesTheStandard) {
+  EXPECT_EQ(isValidUtf8(GetParam().bytes), GetParam().valid);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Utf8Validation,
+    ::testing::Values(Utf8Case{"", true}, Utf8Case{"plain ascii long enough for words", true},
+                      Utf8Case{"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", true},
+                      Utf8Case{"0123456789abcdef\xC3", false},   // truncated after a fast run
+                      Utf8Case{"\xC0\xAF", false},               // overlong
+                      Utf8Case{"\xED\xA0\x80", false},           // surrogate
+                      Utf8Case{"\xF4\x90\x80\x80", false},       // above U+10FFFF
+                      Utf8Case{"\x80", false}, Utf8Case{"\xE2\x28\xA1", false}));
+
+TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
+  EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");
+  EXPECT_EQ(latin1ToUtf16("\xFF\x41"), u"\u00ffA");
+}
+
+struct UriCase {
+  std::u16string path;
+  std::string uri;
+};
+
+class FileUris : public ::testing::TestWithParam<UriCase> {};
+
+TEST_P(FileUris, EncodeAndDecodeBothWays) {
+  EXPECT_EQ(uriOfPath(Path(GetParam().path)), GetParam().uri);
+  EXPECT_EQ(pathOfUri(GetParam().uri).text(), GetParam().path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FileUris,
+    ::testing::Values(UriCase{u"/tmp/one", "file:///tmp/one"},
+                      UriCase{u"/tmp/space name/a#b?c%d", "file:///tmp/space%20name/a%23b%3Fc%25d"},
+                      UriCase{u"/home/\u00fcser/\U0001F4C1",
+                              "file:///home/%C3%BCser/%F0%9F%93%81"},
+                      UriCase{u"/keep/(these),+=;@:!$&'*", "file:///keep/(these),+=;@:!$&'*"},
+                      UriCase{u"https://example.org/x", "https://example.org/x"}));
+
+struct UriReadCase {
+  std::string uri;
+  std::u16string path;
+};
+
+class UriReading : public ::testing::TestWithParam<UriReadCase> {};
+
+TEST_P(UriReading, AcceptsTheCommonSpellings) {
+  EXPECT_EQ(pathOfUri(GetParam().uri).text(), GetParam().path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, UriReading,
+    ::testing::Values(UriReadCase{"file://localhost/a%20b", u"/a b"},
+                      UriReadCase{"FILE:///x", u"/x"}, UriReadCase{"file:/single", u"/single"},
+                      UriReadCase{"file://otherhost/x", u"file://otherhost/x"},
+                      UriReadCase{"file:///with/fragment#frag", u"/with/fragment"},
+                      UriReadCase{"file:///bad%zzescape", u"/bad%zzescape"}));
+
+TEST(UriLists, CommentsBlankLinesAndCarriageReturnsAreDropped) {
+  auto const paths = decodeUriList("# a comment\r\nfile:///one\r\n\r\nhttp://x/y\nfile:///two%21");
+  EXPECT_EQ(paths, (std::vector<Path>{Path(u"/one"), Path(u"http://x/y"), Path(u"/two!")}));
+}
+
+TEST(UriLists, AreWrittenWithCrLfAndGnomeListsWithTheAction) {
+  std::vector<Path> const paths = {Path(u"/a b"), Path(u"/c")};
+  EXPECT_EQ(encodeUriList(paths), "file:///a%20b\r\nfile:///c\r\n");
+  EXPECT_EQ(decodeUriList(encodeUriList(paths)), paths);
+  EXPECT_EQ(encodeGnomeCopiedFiles(paths, PFClipboardAction::copy),
+            "copy\nfile:///a%20b\nfile:///c");
+  EXPECT_EQ(encodeGnomeCopiedFiles(paths, PFClipboardAction::cut), "cut\nfile:///a%20b\nfile:///c");
+}
+
+}  // namespace

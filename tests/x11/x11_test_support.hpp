@@ -1,0 +1,142 @@
+// What the X11 tests share: a private Xvfb per test process, child processes that are always
+// reaped, a raw xcb client for looking at the wire, and a change counter.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/event.hpp"
+#include "platform/x11/x11_clipboard.hpp"
+
+struct xcb_connection_t;
+
+namespace x11_test {
+
+using namespace std::chrono_literals;
+
+// The display of this process's Xvfb, started on first use and stopped at exit.
+std::string const& display();
+
+// A scratch directory, removed with everything in it.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(TempDir const&) = delete;
+  TempDir& operator=(TempDir const&) = delete;
+  std::string const& path() const { return path_; }
+  std::string file(std::string const& name, std::string const& contents) const;
+
+ private:
+  std::string path_;
+};
+
+std::string readFile(std::string const& path);
+
+// A child process in a process group of its own, with DISPLAY set to ours; stopped (SIGCONT,
+// SIGTERM, then SIGKILL after a second) and reaped when destroyed.
+class Process {
+ public:
+  struct Io {
+    std::string stdinPath = "/dev/null";
+    std::string outputPath = "/dev/null";  // stdout and stderr
+  };
+  Process(std::vector<std::string> const& argv, Io const& io);
+  ~Process();
+  Process(Process const&) = delete;
+  Process& operator=(Process const&) = delete;
+
+  pid_t pid() const { return pid_; }
+  void signal(int sig) const;
+  // The exit status once the process has ended, within `timeout`.
+  std::optional<int> wait(std::chrono::milliseconds timeout);
+  void stop();
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+};
+
+struct RunResult {
+  int status = -1;  // exit code; -1 when killed or timed out
+  std::string output;  // stdout
+};
+// Runs a command to its end (at most `limit`, through timeout(1)).
+RunResult run(std::vector<std::string> const& argv, std::string const& stdinPath = "/dev/null",
+              std::chrono::seconds limit = 20s);
+
+// The test peer program (x11_peer) and an owner started from it or from xclip/xsel.
+std::string peerProgram();
+
+// A plain xcb client of our Xvfb, for checks the backend cannot make about itself.
+class RawClient {
+ public:
+  RawClient();
+  ~RawClient();
+  RawClient(RawClient const&) = delete;
+  RawClient& operator=(RawClient const&) = delete;
+
+  std::uint32_t atom(std::string const& name);
+  std::string atomName(std::uint32_t atom);
+  std::uint32_t owner(std::string const& selection);
+  // Polls until the owner of `selection` is set (or gone, with want == false), up to `timeout`.
+  bool waitForOwner(std::string const& selection, bool want = true,
+                    std::chrono::milliseconds timeout = 5000ms);
+
+  struct Converted {
+    std::string type;
+    int format = 0;
+    std::string data;
+  };
+  // Converts `target` into `property` of our window, optionally with a MULTIPLE pair list put
+  // there first. nullopt on refusal or when nothing comes within `timeout`.
+  std::optional<Converted> convert(std::string const& selection, std::string const& target,
+                                   std::string const& property,
+                                   std::vector<std::uint32_t> const* multiplePairs = nullptr,
+                                   std::chrono::milliseconds timeout = 5000ms,
+                                   std::uint32_t time = 0);
+  // Asks for `target`, takes the INCR answer, lets the first chunk arrive and then stalls: it
+  // never deletes it. False when no INCR transfer started.
+  bool startIncrAndStall(std::string const& selection, std::string const& target,
+                         std::chrono::milliseconds timeout = 5000ms);
+  Converted property(std::string const& name);
+
+ private:
+  xcb_connection_t* c_ = nullptr;
+  std::uint32_t window_ = 0;
+};
+
+// Counts process-wide clipboard-change events while alive.
+class Changes {
+ public:
+  Changes();
+  ~Changes();
+  int count();
+  bool waitFor(int atLeast, std::chrono::milliseconds timeout = 5000ms);
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int count_ = 0;
+  std::unique_ptr<pf::event::PFEventRegistration> registration_;
+};
+
+// Backend options for tests: our display and short timeouts, so that failures are quick.
+pf::clipboard::PFX11ClipboardOptions options();
+
+std::vector<std::byte> bytesOf(std::string const& text);
+std::string stringOf(std::vector<std::byte> const& bytes);
+// A small valid PNG, encoded by the library.
+std::string samplePng();
+
+}  // namespace x11_test
