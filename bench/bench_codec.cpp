@@ -62,7 +62,8 @@ std::vector<std::uint8_t> make_screenshot(std::uint32_t w, std::uint32_t h) {
   auto fill = [&](std::uint32_t x0, std::uint32_t y0, std::uint32_t x1, std::uint32_t y1,
                   std::uint32_t rgb) {
     for (std::uint32_t y = y0; y < y1 && y < h; ++y) {
-      for (std::uint32_t x = x0; x < x1 && x < w; ++x) put(x, y, rgb);
+      for (std::uint32_t x = x0; x < x1 && x < w; ++x)
+        put(x, y, rgb);
     }
   };
   std::uint32_t seed = 12345;
@@ -170,7 +171,8 @@ void BM_Base64Encode_OpenSSL(benchmark::State& state) {
 void BM_Base64Encode_OpenSSLFreshBuffer(benchmark::State& state) {
   auto const& in = random_block();
   for (auto _ : state) {
-    std::unique_ptr<unsigned char[]> out(new unsigned char[codec::base64_encoded_size(in.size()) + 1]);
+    std::unique_ptr<unsigned char[]> out(
+        new unsigned char[codec::base64_encoded_size(in.size()) + 1]);
     int const n = EVP_EncodeBlock(out.get(), in.data(), static_cast<int>(in.size()));
     benchmark::DoNotOptimize(n);
     benchmark::DoNotOptimize(out.get());
@@ -203,7 +205,8 @@ void BM_Base64Decode_OursWrapped76(benchmark::State& state) {
   auto const& flat = base64_block();
   std::string text;
   text.reserve(flat.size() + flat.size() / 38);
-  for (std::size_t i = 0; i < flat.size(); i += 76) text.append(flat, i, 76).append("\r\n");
+  for (std::size_t i = 0; i < flat.size(); i += 76)
+    text.append(flat, i, 76).append("\r\n");
   std::vector<std::byte> out(codec::base64_decoded_capacity(text.size()));
   for (auto _ : state) {
     std::size_t const n = codec::base64_decode_to(text, out.data());
@@ -216,10 +219,12 @@ void BM_Base64Decode_OursWrapped76(benchmark::State& state) {
 void BM_Base64Decode_OpenSSLFreshBuffer(benchmark::State& state) {
   auto const& text = base64_block();
   for (auto _ : state) {
-    std::unique_ptr<unsigned char[]> out(new unsigned char[codec::base64_decoded_capacity(text.size())]);
+    std::unique_ptr<unsigned char[]> out(
+        new unsigned char[codec::base64_decoded_capacity(text.size())]);
     int const n = EVP_DecodeBlock(out.get(), reinterpret_cast<unsigned char const*>(text.data()),
                                   static_cast<int>(text.size()));
-    if (n < 0) state.SkipWithError("EVP_DecodeBlock failed");
+    if (n < 0)
+      state.SkipWithError("EVP_DecodeBlock failed");
     benchmark::DoNotOptimize(out.get());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
@@ -231,7 +236,8 @@ void BM_Base64Decode_OpenSSL(benchmark::State& state) {
   for (auto _ : state) {
     int const n = EVP_DecodeBlock(out.data(), reinterpret_cast<unsigned char const*>(text.data()),
                                   static_cast<int>(text.size()));
-    if (n < 0) state.SkipWithError("EVP_DecodeBlock failed");
+    if (n < 0)
+      state.SkipWithError("EVP_DecodeBlock failed");
     benchmark::DoNotOptimize(n);
     benchmark::ClobberMemory();
   }
@@ -291,8 +297,8 @@ std::vector<unsigned char> libpng_encode_default(std::vector<std::uint8_t> const
 }
 
 // libspng on RGBA; level < 0 keeps libspng's defaults.
-std::size_t spng_encode_rgba(std::vector<std::uint8_t> const& px, std::uint32_t w,
-                             std::uint32_t h, int level) {
+std::size_t spng_encode_rgba(std::vector<std::uint8_t> const& px, std::uint32_t w, std::uint32_t h,
+                             int level) {
   spng_ctx* ctx = spng_ctx_new(SPNG_CTX_ENCODER);
   spng_set_option(ctx, SPNG_ENCODE_TO_BUFFER, 1);
   spng_ihdr ihdr{w, h, 8, SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 0, 0, 0};
@@ -307,7 +313,8 @@ std::size_t spng_encode_rgba(std::vector<std::uint8_t> const& px, std::uint32_t 
   void* buffer = rc == 0 ? spng_get_png_buffer(ctx, &size, &error) : nullptr;
   std::free(buffer);
   spng_ctx_free(ctx);
-  if (rc != 0 || error != 0) throw std::runtime_error("libspng failed");
+  if (rc != 0 || error != 0)
+    throw std::runtime_error("libspng failed");
   return size;
 }
 
@@ -349,14 +356,16 @@ void BM_PngEncode_LibpngDefault(benchmark::State& state) {
 void BM_PngEncode_SpngDefault(benchmark::State& state) {
   auto const& px = screenshot();
   std::size_t size = 0;
-  for (auto _ : state) size = spng_encode_rgba(px, kShotWidth, kShotHeight, -1);
+  for (auto _ : state)
+    size = spng_encode_rgba(px, kShotWidth, kShotHeight, -1);
   report_png(state, size);
 }
 
 void BM_PngEncode_SpngLevel1NoFilter(benchmark::State& state) {
   auto const& px = screenshot();
   std::size_t size = 0;
-  for (auto _ : state) size = spng_encode_rgba(px, kShotWidth, kShotHeight, 1);
+  for (auto _ : state)
+    size = spng_encode_rgba(px, kShotWidth, kShotHeight, 1);
   report_png(state, size);
 }
 

@@ -8,20 +8,27 @@
 namespace fl::filesystem::detail {
 namespace {
 
-char16_t ascii_lower(char16_t c) { return c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c; }
+char16_t ascii_lower(char16_t c) {
+  return c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c;
+}
 
 bool equals_ascii_nocase(std::u16string_view s, std::string_view lower) {
-  if (s.size() != lower.size()) return false;
+  if (s.size() != lower.size())
+    return false;
   for (std::size_t i = 0; i < s.size(); ++i) {
-    if (ascii_lower(s[i]) != static_cast<char16_t>(lower[i])) return false;
+    if (ascii_lower(s[i]) != static_cast<char16_t>(lower[i]))
+      return false;
   }
   return true;
 }
 
 int hex_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
   return -1;
 }
 
@@ -50,16 +57,20 @@ std::u16string percent_decode(std::u16string_view path) {
 // are not split off: file lists escape "?" and "#" in names, and a raw one is more likely
 // part of a name than a real query.
 std::optional<std::u16string_view> local_file_uri_path(std::u16string_view text) {
-  if (text.size() < 5 || !equals_ascii_nocase(text.substr(0, 5), "file:")) return std::nullopt;
+  if (text.size() < 5 || !equals_ascii_nocase(text.substr(0, 5), "file:"))
+    return std::nullopt;
   std::u16string_view rest = text.substr(5);
   if (rest.substr(0, 2) == u"//") {
     auto const slash = rest.find(u'/', 2);
-    if (slash == std::u16string_view::npos) return std::nullopt;
+    if (slash == std::u16string_view::npos)
+      return std::nullopt;
     std::u16string_view const host = rest.substr(2, slash - 2);
-    if (!host.empty() && !equals_ascii_nocase(host, "localhost")) return std::nullopt;
+    if (!host.empty() && !equals_ascii_nocase(host, "localhost"))
+      return std::nullopt;
     return rest.substr(slash);
   }
-  if (rest.substr(0, 1) == u"/") return rest;
+  if (rest.substr(0, 1) == u"/")
+    return rest;
   return std::nullopt;
 }
 
@@ -69,9 +80,11 @@ std::u16string collapse_separators(std::u16string_view path) {
   out.reserve(path.size());
   std::size_t i = 0;
   while (i < path.size()) {
-    while (i < path.size() && path[i] == u'/') ++i;
+    while (i < path.size() && path[i] == u'/')
+      ++i;
     auto end = path.find(u'/', i);
-    if (end == std::u16string_view::npos) end = path.size();
+    if (end == std::u16string_view::npos)
+      end = path.size();
     std::u16string_view const segment = path.substr(i, end - i);
     if (!segment.empty() && segment != u".") {
       out += u'/';
@@ -79,7 +92,8 @@ std::u16string collapse_separators(std::u16string_view path) {
     }
     i = end;
   }
-  if (out.empty()) out.push_back(u'/');
+  if (out.empty())
+    out.push_back(u'/');
   return out;
 }
 
@@ -94,8 +108,10 @@ std::u16string make_native_form(std::u16string const& text, bool collapse) {
   } else {
     return text;  // relative paths and other URIs are not ours to rewrite
   }
-  if (collapse) path = collapse_separators(path);
-  while (path.size() > 1 && path.back() == u'/') path.pop_back();
+  if (collapse)
+    path = collapse_separators(path);
+  while (path.size() > 1 && path.back() == u'/')
+    path.pop_back();
   return path;
 }
 

@@ -78,7 +78,9 @@ std::unique_ptr<PFEncodedImage> PFImage::encode(int code, int flag,
   return result;
 }
 
-int PFImage::kind() const { return format_ == Format::svg ? kVectorImage : kRasterImage; }
+int PFImage::kind() const {
+  return format_ == Format::svg ? kVectorImage : kRasterImage;
+}
 
 namespace {
 
@@ -86,12 +88,15 @@ bool starts_with(std::string_view s, std::string_view prefix) {
   return s.substr(0, prefix.size()) == prefix;
 }
 
-bool is_xml_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool is_xml_space(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 // Skips past `end`; false when it never comes.
 bool skip_past(std::string_view& s, std::string_view end) {
   auto const at = s.find(end);
-  if (at == std::string_view::npos) return false;
+  if (at == std::string_view::npos)
+    return false;
   s.remove_prefix(at + end.size());
   return true;
 }
@@ -101,26 +106,34 @@ bool skip_past(std::string_view& s, std::string_view end) {
 // without an internal subset, and white space.
 bool is_svg(std::vector<std::byte> const& bytes) {
   std::string_view s(reinterpret_cast<char const*>(bytes.data()), bytes.size());
-  if (starts_with(s, "\xEF\xBB\xBF")) s.remove_prefix(3);
+  if (starts_with(s, "\xEF\xBB\xBF"))
+    s.remove_prefix(3);
   for (;;) {
-    while (!s.empty() && is_xml_space(s.front())) s.remove_prefix(1);
+    while (!s.empty() && is_xml_space(s.front()))
+      s.remove_prefix(1);
     if (starts_with(s, "<?")) {
-      if (!skip_past(s, "?>")) return false;
+      if (!skip_past(s, "?>"))
+        return false;
     } else if (starts_with(s, "<!--")) {
-      if (!skip_past(s, "-->")) return false;
+      if (!skip_past(s, "-->"))
+        return false;
     } else if (starts_with(s, "<!DOCTYPE")) {
       auto const close = s.find('>');
       auto const subset = s.find('[');
-      if (subset < close && !skip_past(s, "]")) return false;
-      if (!skip_past(s, ">")) return false;
+      if (subset < close && !skip_past(s, "]"))
+        return false;
+      if (!skip_past(s, ">"))
+        return false;
     } else {
       break;
     }
   }
-  if (!starts_with(s, "<")) return false;
+  if (!starts_with(s, "<"))
+    return false;
   s.remove_prefix(1);
   auto const name_end = s.find_first_of(" \t\r\n/>");
-  if (name_end == std::string_view::npos) return false;
+  if (name_end == std::string_view::npos)
+    return false;
   std::string_view name = s.substr(0, name_end);
   if (auto const colon = name.find(':'); colon != std::string_view::npos && colon != 0) {
     name.remove_prefix(colon + 1);
@@ -132,13 +145,15 @@ bool is_svg(std::vector<std::byte> const& bytes) {
 
 std::unique_ptr<PFGraphics> constructPFGraphicsFromBase64(std::string const& text) {
   std::string_view data(text);
-  if (starts_with(data, ",")) data.remove_prefix(1);  // the tail of a data URL
+  if (starts_with(data, ","))
+    data.remove_prefix(1);  // the tail of a data URL
   std::vector<std::byte> bytes = codec::base64_decode(data);
   if (codec::png_has_signature(bytes.data(), bytes.size())) {
     codec::png_validate(bytes.data(), bytes.size());
     return std::make_unique<PFImage>(PFImage::Format::png, std::move(bytes));
   }
-  if (is_svg(bytes)) return std::make_unique<PFImage>(PFImage::Format::svg, std::move(bytes));
+  if (is_svg(bytes))
+    return std::make_unique<PFImage>(PFImage::Format::svg, std::move(bytes));
   throw std::invalid_argument("constructPFGraphicsFromBase64: neither PNG nor SVG");
 }
 

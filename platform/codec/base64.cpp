@@ -13,7 +13,8 @@ constexpr bool kLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
 // Words are built with the first output byte in the low bits; these put it first in memory.
 inline void store_le64(void* out, std::uint64_t w) noexcept {
-  if constexpr (!kLittleEndian) w = __builtin_bswap64(w);
+  if constexpr (!kLittleEndian)
+    w = __builtin_bswap64(w);
   std::memcpy(out, &w, 8);
 }
 
@@ -29,7 +30,8 @@ inline void store_le48(void* out, std::uint64_t w) noexcept {
 inline std::uint64_t load_be64(unsigned char const* in) noexcept {
   std::uint64_t w;
   std::memcpy(&w, in, 8);
-  if constexpr (kLittleEndian) w = __builtin_bswap64(w);
+  if constexpr (kLittleEndian)
+    w = __builtin_bswap64(w);
   return w;
 }
 
@@ -63,7 +65,8 @@ struct DecodeTables {
   constexpr DecodeTables() {
     for (unsigned c = 0; c < 256; ++c) {
       value[c] = -1;
-      for (auto& t : placed) t[c] = kBad;
+      for (auto& t : placed)
+        t[c] = kBad;
     }
     for (unsigned v = 0; v < 64; ++v) {
       auto const c = static_cast<unsigned char>(kAlphabet[v]);
@@ -82,7 +85,9 @@ inline std::uint32_t decode4(unsigned char const* s) noexcept {
   return p[0][s[0]] | p[1][s[1]] | p[2][s[2]] | p[3][s[3]];
 }
 
-constexpr bool is_space(unsigned char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool is_space(unsigned char c) noexcept {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 // Decodes whole groups from the start of `s` up to the first character outside the alphabet;
 // returns the number of characters consumed (a multiple of 4, at most `n`).
@@ -91,13 +96,15 @@ std::size_t clean_prefix(unsigned char const* s, std::size_t n, unsigned char* o
   for (; i + 16 <= n; i += 16, out += 12) {
     std::uint32_t const a = decode4(s + i), b = decode4(s + i + 4), c = decode4(s + i + 8),
                         d = decode4(s + i + 12);
-    if ((a | b | c | d) & kBad) break;
+    if ((a | b | c | d) & kBad)
+      break;
     store_le64(out, a | std::uint64_t{b} << 24);
     store_le48(out + 6, c | std::uint64_t{d} << 24);
   }
   for (; i + 4 <= n; i += 4, out += 3) {
     std::uint32_t const a = decode4(s + i);
-    if (a & kBad) break;
+    if (a & kBad)
+      break;
     out[0] = static_cast<unsigned char>(a & 0xFF);
     out[1] = static_cast<unsigned char>(a >> 8 & 0xFF);
     out[2] = static_cast<unsigned char>(a >> 16);
@@ -123,7 +130,8 @@ void base64_encode_to(void const* data, std::size_t size, char* out) noexcept {
     store_le64(out + 16, c);
     store_le64(out + 24, d);
   }
-  for (; i + 8 <= size; i += 6, out += 8) store_le64(out, encode6(in + i));
+  for (; i + 8 <= size; i += 6, out += 8)
+    store_le64(out, encode6(in + i));
   auto const& t = kPairs.pair;
   for (; i + 3 <= size; i += 3, out += 4) {
     std::uint32_t const w = std::uint32_t{in[i]} << 16 | std::uint32_t{in[i + 1]} << 8 | in[i + 2];
@@ -134,7 +142,8 @@ void base64_encode_to(void const* data, std::size_t size, char* out) noexcept {
     out[3] = static_cast<char>(quad >> 24);
   }
   if (std::size_t const rest = size - i; rest != 0) {
-    std::uint32_t const w = std::uint32_t{in[i]} << 16 | (rest == 2 ? std::uint32_t{in[i + 1]} << 8 : 0);
+    std::uint32_t const w =
+        std::uint32_t{in[i]} << 16 | (rest == 2 ? std::uint32_t{in[i + 1]} << 8 : 0);
     out[0] = kAlphabet[w >> 18];
     out[1] = kAlphabet[w >> 12 & 63];
     out[2] = rest == 2 ? kAlphabet[w >> 6 & 63] : '=';
@@ -177,7 +186,8 @@ std::size_t base64_decode_to(std::string_view text, std::byte* bytes) {
     for (; i < n && k < kGather; ++i) {
       unsigned char const ch = s[i];
       if (kDecode.value[ch] >= 0) {
-        if (skipped && k % 4 == 0) break;
+        if (skipped && k % 4 == 0)
+          break;
         gathered[k++] = ch;
       } else if (ch == '=') {
         break;
@@ -190,27 +200,35 @@ std::size_t base64_decode_to(std::string_view text, std::byte* bytes) {
     std::size_t const whole = k / 4 * 4;
     clean_prefix(gathered, whole, out);
     out += whole / 4 * 3;
-    if (i < n && s[i] != '=') continue;
+    if (i < n && s[i] != '=')
+      continue;
     std::size_t const r = k - whole;  // characters of the last group
     if (i == n) {
-      if (r != 0) reject("length is not a multiple of 4");
+      if (r != 0)
+        reject("length is not a multiple of 4");
       break;
     }
     // Padding: "xx==" or "xxx=", then only white space.
-    if (r < 2) reject("misplaced padding");
+    if (r < 2)
+      reject("misplaced padding");
     std::size_t pads = 0;
     for (; i < n; ++i) {
-      if (is_space(s[i])) continue;
-      if (s[i] != '=' || ++pads > 4 - r) reject("misplaced padding");
+      if (is_space(s[i]))
+        continue;
+      if (s[i] != '=' || ++pads > 4 - r)
+        reject("misplaced padding");
     }
-    if (pads != 4 - r) reject("incomplete padding");
+    if (pads != 4 - r)
+      reject("incomplete padding");
     unsigned const q0 = static_cast<unsigned>(kDecode.value[gathered[whole]]);
     unsigned const q1 = static_cast<unsigned>(kDecode.value[gathered[whole + 1]]);
     unsigned const q2 = r == 3 ? static_cast<unsigned>(kDecode.value[gathered[whole + 2]]) : 0;
-    if ((r == 2 ? q1 & 0xF : q2 & 3) != 0) reject("non-zero pad bits");
+    if ((r == 2 ? q1 & 0xF : q2 & 3) != 0)
+      reject("non-zero pad bits");
     std::uint32_t const w = q0 << 18 | q1 << 12 | q2 << 6;
     *out++ = static_cast<unsigned char>(w >> 16);
-    if (r == 3) *out++ = static_cast<unsigned char>(w >> 8);
+    if (r == 3)
+      *out++ = static_cast<unsigned char>(w >> 8);
     break;
   }
   return static_cast<std::size_t>(out - start);

@@ -9,7 +9,9 @@
 namespace pf::graphics::codec {
 
 // Exact length of the padded text for `size` bytes.
-constexpr std::size_t base64_encoded_size(std::size_t size) noexcept { return (size + 2) / 3 * 4; }
+constexpr std::size_t base64_encoded_size(std::size_t size) noexcept {
+  return (size + 2) / 3 * 4;
+}
 
 // Writes exactly base64_encoded_size(size) characters to `out`.
 void base64_encode_to(void const* data, std::size_t size, char* out) noexcept;

@@ -23,20 +23,26 @@ struct CtxDeleter {
 };
 using Ctx = std::unique_ptr<spng_ctx, CtxDeleter>;
 
-[[noreturn]] void reject(char const* why) { throw std::invalid_argument(std::string("PNG: ") + why); }
+[[noreturn]] void reject(char const* why) {
+  throw std::invalid_argument(std::string("PNG: ") + why);
+}
 
 void check_decode(int rc) {
-  if (rc != 0) reject(spng_strerror(rc));
+  if (rc != 0)
+    reject(spng_strerror(rc));
 }
 
 void check_encode(int rc) {
-  if (rc != 0) throw std::runtime_error(std::string("PNG encoding: ") + spng_strerror(rc));
+  if (rc != 0)
+    throw std::runtime_error(std::string("PNG encoding: ") + spng_strerror(rc));
 }
 
 Ctx open_decoder(void const* data, std::size_t size) {
-  if (!png_has_signature(data, size)) reject("no PNG signature");
+  if (!png_has_signature(data, size))
+    reject("no PNG signature");
   Ctx ctx(spng_ctx_new(0));
-  if (!ctx) throw std::bad_alloc();
+  if (!ctx)
+    throw std::bad_alloc();
   check_decode(spng_set_image_limits(ctx.get(), kPngMaxSide, kPngMaxSide));
   check_decode(spng_set_chunk_limits(ctx.get(), kAncillaryLimit, kAncillaryLimit));
   check_decode(spng_set_png_buffer(ctx.get(), data, size));
@@ -57,11 +63,14 @@ bool all_opaque(std::uint8_t const* rgba, std::size_t pixels) noexcept {
   std::size_t i = 0;
   for (; i + kBlock <= pixels; i += kBlock) {
     std::uint8_t acc = 0xFF;
-    for (std::size_t k = 0; k < kBlock; ++k) acc &= rgba[(i + k) * 4 + 3];
-    if (acc != 0xFF) return false;
+    for (std::size_t k = 0; k < kBlock; ++k)
+      acc &= rgba[(i + k) * 4 + 3];
+    if (acc != 0xFF)
+      return false;
   }
   for (; i < pixels; ++i) {
-    if (rgba[i * 4 + 3] != 0xFF) return false;
+    if (rgba[i * 4 + 3] != 0xFF)
+      return false;
   }
   return true;
 }
@@ -96,7 +105,8 @@ PngInfo png_validate(void const* data, std::size_t size) {
   do {
     rc = spng_decode_scanline(ctx.get(), row.data(), row.size());
   } while (rc == 0);
-  if (rc != SPNG_EOI) reject(spng_strerror(rc));
+  if (rc != SPNG_EOI)
+    reject(spng_strerror(rc));
   check_decode(spng_decode_chunks(ctx.get()));
   require_iend(data, size);
   return PngInfo{ihdr.width, ihdr.height};
@@ -118,21 +128,27 @@ RgbaPixels png_decode_rgba(void const* data, std::size_t size) {
 
 std::vector<std::byte> png_encode_rgba(std::uint32_t width, std::uint32_t height,
                                        std::uint8_t const* rgba, std::size_t size) {
-  if (width == 0 || height == 0) throw std::invalid_argument("PNG encoding: empty image");
+  if (width == 0 || height == 0)
+    throw std::invalid_argument("PNG encoding: empty image");
   if (size / 4 / width != height || size % (std::size_t{width} * 4) != 0) {
     throw std::invalid_argument("PNG encoding: pixel buffer is not width * height * 4 bytes");
   }
   bool const opaque = all_opaque(rgba, size / 4);
 
   Ctx ctx(spng_ctx_new(SPNG_CTX_ENCODER));
-  if (!ctx) throw std::bad_alloc();
+  if (!ctx)
+    throw std::bad_alloc();
   std::vector<std::byte> png;
   png.reserve(size / 8);
   check_encode(spng_set_png_stream(ctx.get(), append_to_vector, &png));
-  spng_ihdr ihdr{width, height, 8,
+  spng_ihdr ihdr{width,
+                 height,
+                 8,
                  static_cast<std::uint8_t>(opaque ? SPNG_COLOR_TYPE_TRUECOLOR
                                                   : SPNG_COLOR_TYPE_TRUECOLOR_ALPHA),
-                 0, 0, 0};
+                 0,
+                 0,
+                 0};
   check_encode(spng_set_ihdr(ctx.get(), &ihdr));
   // Level 1 without filters: the filter search and deeper matching cost far more time than
   // they save bytes on flat UI areas and text.
@@ -157,7 +173,8 @@ std::vector<std::byte> png_encode_rgba(std::uint32_t width, std::uint32_t height
     }
     rc = spng_encode_row(ctx.get(), row.data(), row.size());
   }
-  if (rc != SPNG_EOI) check_encode(rc == 0 ? SPNG_EINTERNAL : rc);
+  if (rc != SPNG_EOI)
+    check_encode(rc == 0 ? SPNG_EINTERNAL : rc);
   return png;
 }
 

@@ -135,20 +135,23 @@ void Owner::run() {
 bool Owner::step() {
   auto* c = conn_.get();
   handleOwnRequests();
-  while (Owned<xcb_generic_event_t> event{xcb_poll_for_event(c)}) handle(*event);
-  if (conn_.broken()) return false;
   expireTransfers();
-
   bool stopping;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     stopping = stopping_;
   }
-  if (stopping) {
-    if (!handoverStarted_) beginHandover();
-    if (!handoverDeadline_ || Clock::now() >= *handoverDeadline_) return false;
+  if (stopping && !handoverStarted_) beginHandover();
+  // xcb reads events into its queue while it writes or waits for replies, so poll() on the
+  // socket only tells the truth once a flush was followed by an empty poll_for_event.
+  for (;;) {
+    xcb_flush(c);
+    Owned<xcb_generic_event_t> event{xcb_poll_for_event(c)};
+    if (!event) break;
+    handle(*event);
   }
-  xcb_flush(c);
+  if (conn_.broken()) return false;
+  if (stopping && (!handoverDeadline_ || Clock::now() >= *handoverDeadline_)) return false;
 
   int timeout = -1;
   if (auto const deadline = nextDeadline()) {

@@ -16,14 +16,16 @@ namespace {
 
 std::vector<std::byte> bytes_of(std::string const& s) {
   std::vector<std::byte> b(s.size());
-  if (!s.empty()) std::memcpy(b.data(), s.data(), s.size());
+  if (!s.empty())
+    std::memcpy(b.data(), s.data(), s.size());
   return b;
 }
 
 std::vector<std::byte> random_bytes(std::size_t n, unsigned seed) {
   std::mt19937 gen(seed);
   std::vector<std::byte> b(n);
-  for (auto& x : b) x = static_cast<std::byte>(gen() & 0xFF);
+  for (auto& x : b)
+    x = static_cast<std::byte>(gen() & 0xFF);
   return b;
 }
 
@@ -41,8 +43,10 @@ std::string reference_encode(std::vector<std::byte> const& in) {
       out += alphabet[(acc >> bits) & 63];
     }
   }
-  if (bits > 0) out += alphabet[(acc << (6 - bits)) & 63];
-  while (out.size() % 4 != 0) out += '=';
+  if (bits > 0)
+    out += alphabet[(acc << (6 - bits)) & 63];
+  while (out.size() % 4 != 0)
+    out += '=';
   return out;
 }
 
@@ -81,18 +85,21 @@ TEST_P(Base64Lengths, MatchesReferenceAndRoundTrips) {
     EXPECT_EQ(text, reference_encode(data)) << "length " << n << " seed " << seed;
     EXPECT_EQ(codec::base64_decode(text), data) << "length " << n << " seed " << seed;
     std::string spaced;
-    for (char c : text) (spaced += c) += seed % 2 ? ' ' : '\n';
+    for (char c : text)
+      (spaced += c) += seed % 2 ? ' ' : '\n';
     EXPECT_EQ(codec::base64_decode(spaced), data) << "spaced, length " << n << " seed " << seed;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(ZeroToSeventy, Base64Lengths, ::testing::Range<std::size_t>(0, 71));
 INSTANTIATE_TEST_SUITE_P(Large, Base64Lengths,
-                         ::testing::Values(std::size_t{1000}, std::size_t{4095}, std::size_t{65537}));
+                         ::testing::Values(std::size_t{1000}, std::size_t{4095},
+                                           std::size_t{65537}));
 
 TEST(Base64, EveryByteValueRoundTrips) {
   std::vector<std::byte> all(256 * 3);
-  for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<std::byte>((i * 7) & 0xFF);
+  for (std::size_t i = 0; i < all.size(); ++i)
+    all[i] = static_cast<std::byte>((i * 7) & 0xFF);
   EXPECT_EQ(codec::base64_decode(codec::base64_encode(all)), all);
 }
 
@@ -122,17 +129,19 @@ TEST_P(Base64WhiteSpace, IsSkipped) {
   std::string spaced = p.space;
   for (std::size_t i = 0; i < text.size(); ++i) {
     spaced += text[i];
-    if ((i + 1) % p.every == 0) spaced += p.space;
+    if ((i + 1) % p.every == 0)
+      spaced += p.space;
   }
   EXPECT_EQ(codec::base64_decode(spaced), data);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Placements, Base64WhiteSpace,
-    ::testing::Values(SpacedText{"MimeLines", 76, "\r\n"}, SpacedText{"PemLines", 64, "\n"},
-                      SpacedText{"EveryChar", 1, " "}, SpacedText{"Every3", 3, "\t"},
-                      SpacedText{"Every17", 17, "\v\f"}),
-    [](auto const& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Placements, Base64WhiteSpace,
+                         ::testing::Values(SpacedText{"MimeLines", 76, "\r\n"},
+                                           SpacedText{"PemLines", 64, "\n"},
+                                           SpacedText{"EveryChar", 1, " "},
+                                           SpacedText{"Every3", 3, "\t"},
+                                           SpacedText{"Every17", 17, "\v\f"}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 struct MalformedText {
   char const* name;
@@ -147,21 +156,20 @@ TEST_P(Base64Malformed, IsRejected) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, Base64Malformed,
-    ::testing::Values(MalformedText{"OneChar", "Z"}, MalformedText{"TwoCharsNoPad", "Zg"},
-                      MalformedText{"ThreeCharsNoPad", "Zm8"},
-                      MalformedText{"MissingSecondPad", "Zg="},
-                      MalformedText{"TooMuchPadding", "Zm8=="},
-                      MalformedText{"PadOnly", "===="}, MalformedText{"PadAfterOneChar", "Z==="},
-                      MalformedText{"PadFirst", "=Zm9"},
-                      MalformedText{"DataAfterPadding", "Zg==Zg=="},
-                      MalformedText{"NonZeroPadBitsTwo", "Zh=="},
-                      MalformedText{"NonZeroPadBitsThree", "Zm9="},
-                      MalformedText{"Bang", "Zm9v!AAA"}, MalformedText{"UrlSafeMinus", "Zm9-"},
-                      MalformedText{"UrlSafeUnderscore", "Zm9_"},
-                      MalformedText{"Nul", std::string("Zm9v\0AAA", 8)},
-                      MalformedText{"NonAscii", "\xC3\xA9" "AA"},
-                      MalformedText{"DataUrlComma", ",Zm9v"},
-                      MalformedText{"LongMissingPad", std::string(4 * 20, 'A') + "AB"}),
+    ::testing::Values(
+        MalformedText{"OneChar", "Z"}, MalformedText{"TwoCharsNoPad", "Zg"},
+        MalformedText{"ThreeCharsNoPad", "Zm8"}, MalformedText{"MissingSecondPad", "Zg="},
+        MalformedText{"TooMuchPadding", "Zm8=="}, MalformedText{"PadOnly", "===="},
+        MalformedText{"PadAfterOneChar", "Z==="}, MalformedText{"PadFirst", "=Zm9"},
+        MalformedText{"DataAfterPadding", "Zg==Zg=="}, MalformedText{"NonZeroPadBitsTwo", "Zh=="},
+        MalformedText{"NonZeroPadBitsThree", "Zm9="}, MalformedText{"Bang", "Zm9v!AAA"},
+        MalformedText{"UrlSafeMinus", "Zm9-"}, MalformedText{"UrlSafeUnderscore", "Zm9_"},
+        MalformedText{"Nul", std::string("Zm9v\0AAA", 8)},
+        MalformedText{"NonAscii",
+                      "\xC3\xA9"
+                      "AA"},
+        MalformedText{"DataUrlComma", ",Zm9v"},
+        MalformedText{"LongMissingPad", std::string(4 * 20, 'A') + "AB"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // A bad character at every offset of a long text, so the block decoder's check is covered at
@@ -178,7 +186,8 @@ INSTANTIATE_TEST_SUITE_P(EveryOffset, Base64BadCharacterAt, ::testing::Range<std
 
 // ---- PNG -------------------------------------------------------------------------------------
 
-std::vector<std::uint8_t> test_pixels(std::uint32_t w, std::uint32_t h, bool opaque, unsigned seed) {
+std::vector<std::uint8_t> test_pixels(std::uint32_t w, std::uint32_t h, bool opaque,
+                                      unsigned seed) {
   std::mt19937 gen(seed);
   std::vector<std::uint8_t> px(std::size_t{w} * h * 4);
   for (std::size_t i = 0; i < px.size(); ++i) {
@@ -246,13 +255,14 @@ TEST_P(PngEncodeArguments, AreRejected) {
                std::invalid_argument);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, PngEncodeArguments,
-    ::testing::Values(BadEncodeArgs{"ZeroWidth", 0, 4, 0}, BadEncodeArgs{"ZeroHeight", 4, 0, 0},
-                      BadEncodeArgs{"ShortBuffer", 4, 4, 63}, BadEncodeArgs{"LongBuffer", 4, 4, 65},
-                      BadEncodeArgs{"OneRowMissing", 4, 4, 48},
-                      BadEncodeArgs{"NotWholeRows", 3, 4, 40}),
-    [](auto const& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, PngEncodeArguments,
+                         ::testing::Values(BadEncodeArgs{"ZeroWidth", 0, 4, 0},
+                                           BadEncodeArgs{"ZeroHeight", 4, 0, 0},
+                                           BadEncodeArgs{"ShortBuffer", 4, 4, 63},
+                                           BadEncodeArgs{"LongBuffer", 4, 4, 65},
+                                           BadEncodeArgs{"OneRowMissing", 4, 4, 48},
+                                           BadEncodeArgs{"NotWholeRows", 3, 4, 40}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 // A small PNG with several chunks, and where each of its chunks starts.
 struct ChunkedPng {
@@ -266,7 +276,8 @@ ChunkedPng small_png() {
   for (std::size_t at = 8; at + 12 <= p.bytes.size();) {
     p.chunk_starts.push_back(at);
     std::size_t len = 0;
-    for (int i = 0; i < 4; ++i) len = len << 8 | std::to_integer<std::size_t>(p.bytes[at + i]);
+    for (int i = 0; i < 4; ++i)
+      len = len << 8 | std::to_integer<std::size_t>(p.bytes[at + i]);
     at += 12 + len;
   }
   return p;
@@ -276,11 +287,14 @@ TEST(PngCorrupt, EveryFlippedCrcIsRejected) {
   auto const png = small_png();
   ASSERT_GE(png.chunk_starts.size(), 3u);  // IHDR, IDAT, IEND
   for (std::size_t k = 0; k < png.chunk_starts.size(); ++k) {
-    std::size_t const next = k + 1 < png.chunk_starts.size() ? png.chunk_starts[k + 1] : png.bytes.size();
+    std::size_t const next =
+        k + 1 < png.chunk_starts.size() ? png.chunk_starts[k + 1] : png.bytes.size();
     auto bad = png.bytes;
     bad[next - 1] ^= std::byte{0x01};  // last byte of the chunk's CRC
-    EXPECT_THROW(codec::png_validate(bad.data(), bad.size()), std::invalid_argument) << "chunk " << k;
-    EXPECT_THROW(codec::png_decode_rgba(bad.data(), bad.size()), std::invalid_argument) << "chunk " << k;
+    EXPECT_THROW(codec::png_validate(bad.data(), bad.size()), std::invalid_argument)
+        << "chunk " << k;
+    EXPECT_THROW(codec::png_decode_rgba(bad.data(), bad.size()), std::invalid_argument)
+        << "chunk " << k;
   }
 }
 
@@ -299,7 +313,8 @@ TEST(PngCorrupt, DamagedImageDataWithMatchingLengthIsRejected) {
   std::size_t const idat = png.chunk_starts[1];
   ASSERT_EQ(std::memcmp(png.bytes.data() + idat + 4, "IDAT", 4), 0);
   std::size_t len = 0;
-  for (int i = 0; i < 4; ++i) len = len << 8 | std::to_integer<std::size_t>(png.bytes[idat + i]);
+  for (int i = 0; i < 4; ++i)
+    len = len << 8 | std::to_integer<std::size_t>(png.bytes[idat + i]);
   // Offsets: a deflate block length, the middle of the data, the Adler-32 at the end.
   for (std::size_t offset : {std::size_t{3}, len / 2, len - 2}) {
     auto bad = png.bytes;
@@ -308,7 +323,8 @@ TEST(PngCorrupt, DamagedImageDataWithMatchingLengthIsRejected) {
     std::uint32_t crc = 0xFFFFFFFFu;
     for (std::size_t i = idat + 4; i < idat + 8 + len; ++i) {
       crc ^= std::to_integer<std::uint32_t>(bad[i]);
-      for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+      for (int k = 0; k < 8; ++k)
+        crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
     }
     crc ^= 0xFFFFFFFFu;
     for (int i = 0; i < 4; ++i) {

@@ -17,7 +17,8 @@ namespace {
 
 std::vector<std::byte> bytes_of(std::string const& s) {
   std::vector<std::byte> b(s.size());
-  if (!s.empty()) std::memcpy(b.data(), s.data(), s.size());
+  if (!s.empty())
+    std::memcpy(b.data(), s.data(), s.size());
   return b;
 }
 
@@ -64,7 +65,8 @@ TEST(FromBase64, WrappedBase64IsAccepted) {
   auto const png = sample_png();
   std::string const text = codec::base64_encode(png);
   std::string wrapped;
-  for (std::size_t i = 0; i < text.size(); i += 76) wrapped += text.substr(i, 76) + "\r\n";
+  for (std::size_t i = 0; i < text.size(); i += 76)
+    wrapped += text.substr(i, 76) + "\r\n";
   auto const image = gfx::constructPFGraphicsFromBase64("," + wrapped);
   EXPECT_EQ(image->encode(gfx::kEncodePng, gfx::kEncodeRaw, {})->bytes, png);
 }
@@ -89,8 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
     Prologs, FromBase64Svg,
     ::testing::Values(
         SvgCase{"Bare", kSvg}, SvgCase{"SelfClosingNoAttributes", "<svg/>"},
-        SvgCase{"OpenTag", "<svg>\n<rect/></svg>"},
-        SvgCase{"ByteOrderMark", "\xEF\xBB\xBF" + kSvg},
+        SvgCase{"OpenTag", "<svg>\n<rect/></svg>"}, SvgCase{"ByteOrderMark", "\xEF\xBB\xBF" + kSvg},
         SvgCase{"XmlDeclaration", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + kSvg},
         SvgCase{"LeadingWhiteSpace", " \t\r\n" + kSvg},
         SvgCase{"Comment", "<!-- made by hand, <svg> in a comment -->" + kSvg},
@@ -111,7 +112,9 @@ struct GarbageCase {
   std::string text;  // what is handed to constructPFGraphicsFromBase64
 };
 
-std::string b64(std::string const& s) { return codec::base64_encode(s.data(), s.size()); }
+std::string b64(std::string const& s) {
+  return codec::base64_encode(s.data(), s.size());
+}
 
 std::string corrupt_png_base64(bool truncate) {
   auto png = sample_png();
@@ -131,19 +134,20 @@ TEST_P(FromBase64Garbage, IsRejected) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, FromBase64Garbage,
-    ::testing::Values(
-        GarbageCase{"Empty", ""}, GarbageCase{"CommaOnly", ","},
-        GarbageCase{"TwoCommas", ",," + b64(kSvg)},
-        GarbageCase{"WholeDataUrl", "data:image/svg+xml;base64," + b64(kSvg)},
-        GarbageCase{"NotBase64", "<svg/>"}, GarbageCase{"BadPadding", ",iVBORw0KGgo="},
-        GarbageCase{"PlainText", b64("hello, world")}, GarbageCase{"Html", b64("<html></html>")},
-        GarbageCase{"SvgLikeName", b64("<svgfoo/>")},
-        GarbageCase{"SvgAfterText", b64("text before <svg/>")},
-        GarbageCase{"UnterminatedComment", b64("<!-- <svg/>")},
-        GarbageCase{"UnterminatedDeclaration", b64("<?xml <svg/>")},
-        GarbageCase{"PngSignatureOnly", b64("\x89PNG\r\n\x1A\n")},
-        GarbageCase{"PngWithBadCrc", corrupt_png_base64(false)},
-        GarbageCase{"TruncatedPng", corrupt_png_base64(true)}),
+    ::testing::Values(GarbageCase{"Empty", ""}, GarbageCase{"CommaOnly", ","},
+                      GarbageCase{"TwoCommas", ",," + b64(kSvg)},
+                      GarbageCase{"WholeDataUrl", "data:image/svg+xml;base64," + b64(kSvg)},
+                      GarbageCase{"NotBase64", "<svg/>"},
+                      GarbageCase{"BadPadding", ",iVBORw0KGgo="},
+                      GarbageCase{"PlainText", b64("hello, world")},
+                      GarbageCase{"Html", b64("<html></html>")},
+                      GarbageCase{"SvgLikeName", b64("<svgfoo/>")},
+                      GarbageCase{"SvgAfterText", b64("text before <svg/>")},
+                      GarbageCase{"UnterminatedComment", b64("<!-- <svg/>")},
+                      GarbageCase{"UnterminatedDeclaration", b64("<?xml <svg/>")},
+                      GarbageCase{"PngSignatureOnly", b64("\x89PNG\r\n\x1A\n")},
+                      GarbageCase{"PngWithBadCrc", corrupt_png_base64(false)},
+                      GarbageCase{"TruncatedPng", corrupt_png_base64(true)}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // ---- encode() --------------------------------------------------------------------------------
@@ -229,8 +233,10 @@ TEST(FromRgba, EncodesOnceForConcurrentCallers) {
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, i] { seen[i] = &image->encodedBytes(); });
   }
-  for (auto& t : threads) t.join();
-  for (auto const* p : seen) EXPECT_EQ(p, seen[0]);
+  for (auto& t : threads)
+    t.join();
+  for (auto const* p : seen)
+    EXPECT_EQ(p, seen[0]);
   EXPECT_NO_THROW(codec::png_validate(seen[0]->data(), seen[0]->size()));
 }
 

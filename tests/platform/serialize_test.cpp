@@ -94,14 +94,14 @@ void write_file(std::string const& path, std::string const& content) {
 ParseResult parse_strictly(std::string const& json) {
   // Unique per process and test: ctest runs test programs side by side.
   testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
-  std::string base = testing::TempDir() + "serialize_" + test->test_suite_name() + "_" +
-                     test->name() + "_" + std::to_string(::getpid());
-  for (char& c : base.replace(0, testing::TempDir().size(), std::string())) {
+  std::string name = std::string(test->test_suite_name()) + "_" + test->name() + "_" +
+                     std::to_string(::getpid());
+  for (char& c : name) {
     if (c == '/') {
       c = '_';
     }
   }
-  base = testing::TempDir() + base;
+  std::string const base = testing::TempDir() + "serialize_" + name;
   std::string const script = base + ".py";
   std::string const input = base + ".json";
   std::string const output = base + ".out";
@@ -207,7 +207,9 @@ class Matcher {
         ASSERT_GE(words.size(), 3u) << path << ": " << line;
         std::string const& parsed_bits = words[words.size() - 2];
         EXPECT_EQ(parsed_bits, std::to_string(bits_of(d))) << path << ": " << line;
-        EXPECT_LE(significant_digits(words.back()), 17u) << path << ": " << line;
+        if (words[0] == "R") {  // integers may print every digit of their exact value
+          EXPECT_LE(significant_digits(words.back()), 17u) << path << ": " << line;
+        }
         return;
       }
       case fj::Kind::float32: {
@@ -219,7 +221,9 @@ class Matcher {
         ASSERT_GE(words.size(), 3u) << path << ": " << line;
         double const parsed = double_of(std::stoull(words[words.size() - 2]));
         EXPECT_EQ(bits_of(static_cast<float>(parsed)), bits_of(f)) << path << ": " << line;
-        EXPECT_LE(significant_digits(words.back()), 9u) << path << ": " << line;
+        if (words[0] == "R") {
+          EXPECT_LE(significant_digits(words.back()), 9u) << path << ": " << line;
+        }
         return;
       }
       case fj::Kind::int64:
@@ -505,7 +509,7 @@ TEST(Structure, MixedDocumentKeepsEveryValueAndOrder) {
   reply["flavors"] = Array{Value("text/plain"), Value("image/png"), Value(fj::Null())};
   reply["nested"] = Object{{"z", Value(Array{Value(1L), Value(2.5), Value(0.5f)})},
                            {"a", Value(Object{{"deep", Value(Array{Value(Array{})})}})},
-                           {"", Value("empty key")},
+                           {"", Value("empty-key")},
                            {"\xC3\xA9t\xC3\xA9", Value(fj::Undefined())}};
   Value const value(reply);
   std::string const text = fj::serialize(value);

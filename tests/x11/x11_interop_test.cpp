@@ -33,6 +33,7 @@ struct PeerReadCase {
 };
 
 std::string const kPng = samplePng();
+std::vector<Path> const kUriPaths = {Path(u"/tmp/a b/c.txt"), Path(u"/home/\u00fcser/\U0001F4C1")};
 
 class ReadFromPeer : public X11Test, public ::testing::WithParamInterface<PeerReadCase> {
  protected:
@@ -50,25 +51,7 @@ class ReadFromPeer : public X11Test, public ::testing::WithParamInterface<PeerRe
   static ClipboardContent expected(PeerReadCase const& c) {
     std::string const mime = c.mime;
     if (mime == "text/plain") return fl::i18n::to_ustring(c.contents);
-    if (mime == "text/uri-list") {
-      std::vector<Path> paths;
-      std::istringstream lines(c.contents);
-      for (std::string line; std::getline(lines, line);) {
-        line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
-        if (line.rfind("file://", 0) == 0) line = line.substr(7);
-        std::string decoded;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-          if (line[i] == '%') {
-            decoded.push_back(static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)));
-            i += 2;
-          } else {
-            decoded.push_back(line[i]);
-          }
-        }
-        paths.emplace_back(fl::i18n::to_ustring(decoded));
-      }
-      return paths;
-    }
+    if (mime == "text/uri-list") return kUriPaths;
     return {};
   }
 };

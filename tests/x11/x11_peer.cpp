@@ -2,7 +2,7 @@
 // misbehaves on request), or a stand-in clipboard manager. Plain xcb, no library code.
 //
 //   x11_peer serve clipboard|primary [--refuse T] [--delay-ms N] [--die-after-chunks N]
-//                  [--chunk N] [--incr-above N] TARGET[=TYPE]:FILE...
+//                  [--stall-after-chunks N] [--chunk N] [--incr-above N] TARGET[@TYPE]:FILE...
 //   x11_peer manager OUTFILE
 #include <xcb/xcb.h>
 
@@ -81,6 +81,7 @@ int serve(int argc, char** argv) {
   std::set<xcb_atom_t> refused;
   int delayMs = 0;
   long dieAfter = -1;
+  long stallAfter = -1;
   std::size_t chunk = 65536;
   std::size_t incrAbove = 262144;
   std::map<xcb_atom_t, Target> targets;
@@ -94,6 +95,8 @@ int serve(int argc, char** argv) {
       delayMs = std::stoi(next());
     } else if (arg == "--die-after-chunks") {
       dieAfter = std::stol(next());
+    } else if (arg == "--stall-after-chunks") {
+      stallAfter = std::stol(next());
     } else if (arg == "--chunk") {
       chunk = std::stoul(next());
     } else if (arg == "--incr-above") {
@@ -101,9 +104,9 @@ int serve(int argc, char** argv) {
     } else {
       auto const colon = arg.rfind(':');
       std::string spec = arg.substr(0, colon);
-      auto const equals = spec.find('=');
-      std::string const name = spec.substr(0, equals);
-      std::string const type = equals == std::string::npos ? name : spec.substr(equals + 1);
+      auto const at = spec.find('@');
+      std::string const name = spec.substr(0, at);
+      std::string const type = at == std::string::npos ? name : spec.substr(at + 1);
       xcb_atom_t const target = atom(name);
       targets[target] = {atom(type), readFile(arg.substr(colon + 1))};
       order.push_back(target);
@@ -160,6 +163,10 @@ int serve(int argc, char** argv) {
       auto const it = transfers.find({property.window, property.atom});
       if (property.state == XCB_PROPERTY_DELETE && it != transfers.end()) {
         if (dieAfter >= 0 && chunksSent >= dieAfter) _exit(3);
+        if (stallAfter >= 0 && chunksSent >= stallAfter) {
+          std::free(event);
+          continue;
+        }
         auto& transfer = it->second;
         std::size_t const length = std::min(chunk, transfer.data->size() - transfer.offset);
         xcb_change_property(c, XCB_PROP_MODE_REPLACE, property.window, property.atom,
@@ -212,6 +219,9 @@ int manager(char** argv) {
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, replyProperty, atom("NULL"),
                         32, 0, nullptr);
     notify(request, replyProperty);
+    // A round trip before exiting: requests still in flight when a client goes away may be
+    // dropped by the server.
+    std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
     return got ? 0 : 1;
   }
 }
