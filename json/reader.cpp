@@ -93,23 +93,72 @@ std::size_t count_commas_before_bracket(char const* p, char const* end) {
 #if defined(__SSE2__)
   __m128i const comma = _mm_set1_epi8(',');
   __m128i const bracket = _mm_set1_epi8(']');
-  while (end - p >= 16) {
-    __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
-    unsigned comma_mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, comma)));
-    unsigned const bracket_mask =
-        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, bracket)));
-    if (bracket_mask != 0) {
-      comma_mask &= (bracket_mask & (0u - bracket_mask)) - 1;
-      return commas + static_cast<std::size_t>(__builtin_popcount(comma_mask));
+  bool bracket_seen = false;
+  while (!bracket_seen && end - p >= 16) {
+    // Each byte lane counts up to 255 commas before the lanes are summed.
+    __m128i lanes = _mm_setzero_si128();
+    for (int blocks = 0; blocks < 255 && end - p >= 16; ++blocks, p += 16) {
+      __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi8(block, bracket)) != 0) {
+        bracket_seen = true;  // this block is finished byte by byte below
+        break;
+      }
+      lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(block, comma));
     }
-    commas += static_cast<std::size_t>(__builtin_popcount(comma_mask));
-    p += 16;
+    __m128i const sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+    commas += static_cast<std::size_t>(_mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4));
   }
 #endif
   for (; p != end && *p != ']'; ++p) {
     commas += *p == ',';
   }
   return commas;
+}
+
+// The magnitude of a typed array element: "0", or a digit and all digits after it. Saturates
+// at the largest 64-bit unsigned value.
+inline std::uint64_t read_magnitude(char const*& pos, char const* end) {
+  if (*pos == '0') {
+    ++pos;
+    return 0;
+  }
+  std::uint64_t magnitude = 0;
+  int count = 0;
+#if defined(FOUNDATION_JSON_SWAR)
+  if (end - pos >= 8) {
+    // Up to eight digits at once: find where the run ends, then convert the run in a word.
+    constexpr std::uint64_t zeros = 0x3030303030303030ULL;
+    constexpr std::uint64_t high_nibbles = 0xF0F0F0F0F0F0F0F0ULL;
+    std::uint64_t word;
+    std::memcpy(&word, pos, sizeof word);
+    std::uint64_t const not_digit =
+        ((word & high_nibbles) ^ zeros) | (((word + 0x0606060606060606ULL) & high_nibbles) ^ zeros);
+    int const digits = not_digit != 0 ? __builtin_ctzll(not_digit) >> 3 : 8;
+    std::uint64_t v = (word - zeros) << (8 * (8 - digits));
+    v = v * 10 + (v >> 8);
+    v = (((v & 0x000000FF000000FFULL) * (100 + (1000000ULL << 32))) +
+         (((v >> 16) & 0x000000FF000000FFULL) * (1 + (10000ULL << 32)))) >>
+        32;
+    pos += digits;
+    if (digits < 8) {
+      return v;
+    }
+    magnitude = v;
+    count = 8;
+  }
+#endif
+  constexpr std::uint64_t max = std::numeric_limits<std::uint64_t>::max();
+  for (; pos != end && is_digit(*pos); ++pos, ++count) {
+    auto const digit = static_cast<std::uint64_t>(*pos - '0');
+    if (count < 19) {
+      magnitude = magnitude * 10 + digit;  // 19 digits cannot overflow
+    } else if (magnitude > (max - digit) / 10) {
+      magnitude = max;
+    } else {
+      magnitude = magnitude * 10 + digit;
+    }
+  }
+  return magnitude;
 }
 
 // std::vector would copy Values when it grows (their move may allocate, so it is not
@@ -240,7 +289,10 @@ inline int Reader::object_alternative(char const*& pos, Value& out, int depth) c
   if (out.is<Object>()) {
     return object(pos, out.get<Object>(), depth);
   }
-  return fresh_object(pos, out, depth);
+  if (pos != end_ && *pos == '{') {
+    return fresh_object(pos, out, depth);
+  }
+  return pos == end_ ? rc::unexpected_end : rc::expected_object;  // the first step of object()
 }
 
 // Reading into a Value of another kind: read aside, then move in.
@@ -257,7 +309,10 @@ inline int Reader::array_alternative(char const*& pos, Value& out, int depth) co
   if (out.is<Array>()) {
     return array(pos, out.get<Array>(), depth);
   }
-  return fresh_array(pos, out, depth);
+  if (pos != end_ && *pos == '[') {
+    return fresh_array(pos, out, depth);
+  }
+  return pos == end_ ? rc::unexpected_end : rc::expected_array;  // the first step of array()
 }
 
 // Reading into a Value of another kind: read aside, then move in.
@@ -592,67 +647,20 @@ int Reader::typed_array(char const*& pos, Array& out) const {
     if (!is_digit(*pos)) {
       return rc::bad_typed_element;
     }
-    char const* const digits = pos;
-    if (*pos == '0') {
-      ++pos;
-    } else {
-      do {
-        ++pos;
-      } while (pos != end_ && is_digit(*pos));
-    }
-    std::size_t const count = static_cast<std::size_t>(pos - digits);
-
     // Decimal, saturating at the limits of the element type.
+    std::uint64_t const magnitude = read_magnitude(pos, end_);
+    make_room(elements);
     if constexpr (Signed) {
-      using limits = std::numeric_limits<long>;
-      long v = 0;
-      if (count <= 18) {
-        for (char const* d = digits; d != pos; ++d) {
-          v = v * 10 + (*d - '0');
-        }
-        v = negative ? -v : v;
-      } else if (!negative) {
-        for (char const* d = digits; d != pos; ++d) {
-          int const digit = *d - '0';
-          if (v > (limits::max() - digit) / 10) {
-            v = limits::max();
-            break;
-          }
-          v = v * 10 + digit;
-        }
+      constexpr auto max = static_cast<std::uint64_t>(std::numeric_limits<long>::max());
+      long v;
+      if (!negative) {
+        v = magnitude > max ? std::numeric_limits<long>::max() : static_cast<long>(magnitude);
       } else {
-        for (char const* d = digits; d != pos; ++d) {
-          int const digit = *d - '0';
-          if (v < (limits::min() + digit) / 10) {
-            v = limits::min();
-            break;
-          }
-          v = v * 10 - digit;
-        }
+        v = magnitude > max ? std::numeric_limits<long>::min() : -static_cast<long>(magnitude);
       }
-      make_room(elements);
       elements.emplace_back(v);
     } else {
-      using limits = std::numeric_limits<unsigned long>;
-      unsigned long v = 0;
-      if (negative) {
-        v = 0;
-      } else if (count <= 19) {
-        for (char const* d = digits; d != pos; ++d) {
-          v = v * 10 + static_cast<unsigned long>(*d - '0');
-        }
-      } else {
-        for (char const* d = digits; d != pos; ++d) {
-          auto const digit = static_cast<unsigned long>(*d - '0');
-          if (v > (limits::max() - digit) / 10) {
-            v = limits::max();
-            break;
-          }
-          v = v * 10 + digit;
-        }
-      }
-      make_room(elements);
-      elements.emplace_back(v);
+      elements.emplace_back(negative ? 0UL : static_cast<unsigned long>(magnitude));
     }
 
     if (pos != end_ && ends_typed_element_badly(*pos)) {

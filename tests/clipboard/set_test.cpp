@@ -189,6 +189,8 @@ TEST_F(SetTest, ImagesAreRebuiltFromBase64AndDataUrls) {
       {"svg plain base64", "image/svg+xml", svgText, u"image/svg", &svg},
       {"svg text under another type", "image/x-svg", svgText, u"image/png", &svg},
       {"header without comma", "image/png", "data:image/png;base64" + pngText, u"", nullptr},
+      // The text from the comma on, the comma included, goes to the decoder.
+      {"second comma", "image/png", "data:image/png;base64,," + pngText, u"", nullptr},
       {"first comma inside the header", "image/png", "data:image/png;a=b,c;base64," + pngText, u"",
        nullptr},
       {"not an image header", "image/png", "data:application/x;base64," + pngText, u"", nullptr},
