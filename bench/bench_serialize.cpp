@@ -208,14 +208,14 @@ void copy_memcpy(benchmark::State& state) {
   set_bytes<Document>(state);
 }
 
-BENCHMARK_TEMPLATE(serialize_ours, LargeText)->UseRealTime();
-BENCHMARK_TEMPLATE(serialize_rapidjson, LargeText)->UseRealTime();
-BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, LargeText)->UseRealTime();
-BENCHMARK_TEMPLATE(copy_memcpy, LargeText)->UseRealTime();
-BENCHMARK_TEMPLATE(serialize_ours, ManyValues)->UseRealTime();
-BENCHMARK_TEMPLATE(serialize_rapidjson, ManyValues)->UseRealTime();
-BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, ManyValues)->UseRealTime();
-BENCHMARK_TEMPLATE(copy_memcpy, ManyValues)->UseRealTime();
+BENCHMARK_TEMPLATE(serialize_ours, LargeText);
+BENCHMARK_TEMPLATE(serialize_rapidjson, LargeText);
+BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, LargeText);
+BENCHMARK_TEMPLATE(copy_memcpy, LargeText);
+BENCHMARK_TEMPLATE(serialize_ours, ManyValues);
+BENCHMARK_TEMPLATE(serialize_rapidjson, ManyValues);
+BENCHMARK_TEMPLATE(serialize_rapidjson_to_string, ManyValues);
+BENCHMARK_TEMPLATE(copy_memcpy, ManyValues);
 
 }  // namespace
 

@@ -163,16 +163,19 @@ inline std::uint64_t read_magnitude(char const*& pos, char const* end) {
 
 // std::vector would copy Values when it grows (their move may allocate, so it is not
 // noexcept); strings and scalars move for free, so grow by hand.
-void make_room(Array& values) {
-  if (values.size() < values.capacity()) {
-    return;
-  }
+void grow(Array& values) {
   Array bigger;
   bigger.reserve(values.empty() ? 4 : 2 * values.size());
   for (Value& v : values) {
     bigger.emplace_back(std::move(v));
   }
   values.swap(bigger);
+}
+
+inline void make_room(Array& values) {
+  if (values.size() == values.capacity()) {
+    grow(values);
+  }
 }
 
 // Rarely taken paths are kept out of line so that the frames of the functions that recurse
@@ -202,16 +205,18 @@ decltype(auto) emplace_for(char first, Emplace&& emplace) {
 
 // The node of key in members, created for a value starting with first; scratch when the key is
 // already there (the first member of a key stays, later ones are read and dropped). The key is
-// moved from only when a node is created.
-FOUNDATION_JSON_NOINLINE Value& member_slot(Object& members, std::string& key, char first,
+// moved from.
+inline Value& member_slot(Object& members, std::string& key, char first,
                                             Value& scratch) {
+  // emplace builds the node before it looks, which costs a node for a repeated key but fewer
+  // key comparisons for a new one; the key is read anew for the next member either way.
   auto const inserted = emplace_for(first, [&](auto&& seed) {
-    return members.try_emplace(std::move(key), std::forward<decltype(seed)>(seed));
+    return members.emplace(std::move(key), std::forward<decltype(seed)>(seed));
   });
   return inserted.second ? inserted.first->second : scratch;
 }
 
-FOUNDATION_JSON_NOINLINE Value& element_slot(Array& elements, char first) {
+inline Value& element_slot(Array& elements, char first) {
   make_room(elements);
   return emplace_for(first, [&](auto&& seed) -> Value& {
     return elements.emplace_back(std::forward<decltype(seed)>(seed));
@@ -251,6 +256,8 @@ class Reader {
   int number_alternative(char const*& pos, Value& out) const;
   int object_alternative(char const*& pos, Value& out, int depth) const;
   int array_alternative(char const*& pos, Value& out, int depth) const;
+  int fresh_string(char const*& pos, Value& out) const;
+  int read_number(char const*& pos, Value& out) const;
   int fresh_object(char const*& pos, Value& out, int depth) const;
   int fresh_array(char const*& pos, Value& out, int depth) const;
   int boolean_alternative(char const*& pos, Value& out) const;
@@ -263,10 +270,19 @@ class Reader {
   bool const comments_;
 };
 
-FOUNDATION_JSON_NOINLINE int Reader::string_alternative(char const*& pos, Value& out) const {
+// The first step of each reader is repeated inline below: most values fail most alternatives
+// at their first byte, and that should not cost a call.
+inline int Reader::string_alternative(char const*& pos, Value& out) const {
+  if (pos == end_ || *pos != '"') {
+    return pos == end_ ? rc::unexpected_end : rc::expected_string;
+  }
   if (out.is<std::string>()) {
     return parse_string(pos, end_, out.get<std::string>());
   }
+  return fresh_string(pos, out);
+}
+
+FOUNDATION_JSON_NOINLINE int Reader::fresh_string(char const*& pos, Value& out) const {
   std::string text;
   int const code = parse_string(pos, end_, text);
   if (code == rc::ok) {
@@ -275,7 +291,14 @@ FOUNDATION_JSON_NOINLINE int Reader::string_alternative(char const*& pos, Value&
   return code;
 }
 
-FOUNDATION_JSON_NOINLINE int Reader::number_alternative(char const*& pos, Value& out) const {
+inline int Reader::number_alternative(char const*& pos, Value& out) const {
+  if (pos == end_ || (*pos != '-' && !is_digit(*pos))) {
+    return pos == end_ ? rc::unexpected_end : rc::expected_digit;
+  }
+  return read_number(pos, out);
+}
+
+FOUNDATION_JSON_NOINLINE int Reader::read_number(char const*& pos, Value& out) const {
   char const* const start = pos;
   int const code = scan_number(pos, end_);
   if (code == rc::ok) {
@@ -636,13 +659,10 @@ int Reader::typed_array(char const*& pos, Array& out) const {
     elements.reserve(estimate < bound ? estimate : bound);
   }
   for (;;) {
-    bool negative = false;
-    if (*pos == '-') {
-      negative = true;
-      ++pos;
-      if (pos == end_) {
-        return rc::unexpected_end;
-      }
+    bool const negative = *pos == '-';
+    pos += negative;
+    if (pos == end_) {
+      return rc::unexpected_end;  // only after a minus: an element never starts at the end
     }
     if (!is_digit(*pos)) {
       return rc::bad_typed_element;
@@ -663,7 +683,14 @@ int Reader::typed_array(char const*& pos, Array& out) const {
       elements.emplace_back(negative ? 0UL : static_cast<unsigned long>(magnitude));
     }
 
-    if (pos != end_ && ends_typed_element_badly(*pos)) {
+    if (pos == end_) {
+      return rc::unexpected_end;
+    }
+    if (*pos == ',' && pos + 1 != end_ && !is_space(pos[1]) && !comments_) {
+      ++pos;  // the common "1,2": nothing to check or skip
+      continue;
+    }
+    if (ends_typed_element_badly(*pos)) {
       return rc::bad_typed_element;
     }
     skip(pos);
@@ -718,7 +745,8 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
   }
   if (*run_end == '"') {
     // No escapes: one copy straight into the output.
-    out.assign(p, run_end);
+    out.clear();
+    out.append(p, static_cast<std::size_t>(run_end - p));
     pos = run_end + 1;
     return rc::ok;
   }

@@ -19,12 +19,14 @@ namespace {
 
 #if defined(__SSE2__)
 
-// Sixteen bytes per step: the first byte of [p, p + 16) that a string cannot copy as it is
-// (a control, '"', '\\', or anything from 0x80 up, which needs a UTF-8 check), or 16.
+// Copies the sixteen bytes at `p` to `out` and returns the offset of the first one that a
+// string cannot take as it is (a control, '"', '\\', or anything from 0x80 up, which needs a
+// UTF-8 check), or 16. Copying whole blocks while scanning spares a copy per run of plain text.
 constexpr std::size_t kBlock = 16;
 
-inline unsigned first_special(unsigned char const* p) {
+inline unsigned copy_plain(unsigned char const* p, char* out) {
   __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
   // Signed compare: bytes from 0x80 up are negative, so they count as below 0x20 too.
   __m128i const special = _mm_or_si128(
       _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
@@ -36,15 +38,16 @@ inline unsigned first_special(unsigned char const* p) {
 
 #else
 
-// Eight bytes per step, in a word: the same answer as above, or 8.
+// Eight bytes per step, in a word: the same as above, or 8.
 constexpr std::size_t kBlock = 8;
 
-inline unsigned first_special(unsigned char const* p) {
+inline unsigned copy_plain(unsigned char const* p, char* out) {
   constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
   constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
   constexpr std::uint64_t kHigh = 0x8080808080808080ULL;
   std::uint64_t word;
   std::memcpy(&word, p, sizeof word);
+  std::memcpy(out, &word, sizeof word);
   // High bit of each byte: low seven bits >= 0x20; byte is not '"'; byte is not '\\'. None of
   // the sums carries into the next byte, so every byte's answer is exact.
   std::uint64_t const printable = (word & kLow7) + kOnes * 0x60;
@@ -135,6 +138,16 @@ class Output {
     buffer_[used_++] = c;
   }
 
+  // Space for `size` bytes (at most kSize) to be written at the result; commit() keeps them.
+  char* room(std::size_t size) {
+    if (kSize - used_ < size) {
+      flush();
+    }
+    return buffer_ + used_;
+  }
+
+  void commit(std::size_t size) { used_ += size; }
+
   void write(char const* data, std::size_t size) {
     if (size > kSize - used_) {
       flush();
@@ -173,21 +186,66 @@ class Output {
   char buffer_[kSize];
 };
 
-void write_escape(Output& out, unsigned char c) {
-  static char const kHex[] = "0123456789ABCDEF";
-  switch (c) {
-    case '"': out.literal("\\\""); return;
-    case '\\': out.literal("\\\\"); return;
-    case '\b': out.literal("\\b"); return;
-    case '\f': out.literal("\\f"); return;
-    case '\n': out.literal("\\n"); return;
-    case '\r': out.literal("\\r"); return;
-    case '\t': out.literal("\\t"); return;
-    default: {
-      char const text[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xF]};
-      out.write(text, sizeof text);
+// The escaped form of each ASCII byte that needs one, padded to eight bytes so that writing it
+// is one fixed-size copy: the short forms for the usual controls, \u00XX for the others.
+struct EscapeTable {
+  struct Entry {
+    char text[7];
+    unsigned char size;
+  };
+  Entry entries[128] = {};
+
+  constexpr EscapeTable() {
+    constexpr char kHex[] = "0123456789ABCDEF";
+    for (int c = 0; c < 0x20; ++c) {
+      set(c, 'u');
+      entries[c].text[2] = '0';
+      entries[c].text[3] = '0';
+      entries[c].text[4] = kHex[c >> 4];
+      entries[c].text[5] = kHex[c & 0xF];
+      entries[c].size = 6;
     }
+    set(0x08, 'b');
+    set(0x0C, 'f');
+    set(0x0A, 'n');
+    set(0x0D, 'r');
+    set(0x09, 't');
+    set(0x22, '"');
+    set(0x5C, '\\');
   }
+
+  constexpr void set(int c, char letter) {
+    entries[c].text[0] = '\\';
+    entries[c].text[1] = letter;
+    entries[c].size = 2;
+  }
+};
+constexpr EscapeTable kEscapes;
+
+// Writes the byte at `p`, which a string cannot take as it is, and returns what follows: an
+// escape for ASCII; a well-formed UTF-8 sequence as it is; for a malformed one, U+FFFD.
+inline unsigned char const* write_special(Output& out, unsigned char const* p,
+                                          unsigned char const* end) {
+  if (*p < 0x80) {
+    EscapeTable::Entry const& escape = kEscapes.entries[*p];
+    std::memcpy(out.room(sizeof escape), &escape, sizeof escape);
+    out.commit(escape.size);
+    return p + 1;
+  }
+  unsigned char const* const start = p;
+  bool const valid = skip_sequence(p, end);
+  char* const to = out.room(4);
+  if (valid) {
+    std::size_t const size = static_cast<std::size_t>(p - start);
+    for (std::size_t i = 0; i < size; ++i) {
+      to[i] = static_cast<char>(start[i]);
+    }
+    out.commit(size);
+  } else {
+    std::memcpy(to, "\xEF\xBF\xBD", 3);
+    out.commit(3);
+  }
+  return p;
 }
 
 void write_string(Output& out, std::string const& value) {
@@ -196,42 +254,21 @@ void write_string(Output& out, std::string const& value) {
   out.put('"');
   auto const* p = reinterpret_cast<unsigned char const*>(value.data());
   auto const* const end = p + value.size();
-  auto const* run = p;  // start of the bytes that are copied unchanged
-  for (;;) {
-    // Plain ASCII a block at a time, then byte by byte at the end.
-    bool found = false;
-    while (static_cast<std::size_t>(end - p) >= kBlock) {
-      unsigned const offset = first_special(p);
-      p += offset;
-      if (offset != kBlock) {
-        found = true;
-        break;
-      }
-    }
-    if (!found) {
-      while (p != end && kPlain.plain[*p]) {
-        ++p;
-      }
-      if (p == end) {
-        break;
-      }
-    }
-    unsigned char const c = *p;
-    if (c < 0x80) {
-      out.write(reinterpret_cast<char const*>(run), static_cast<std::size_t>(p - run));
-      write_escape(out, c);
-      run = ++p;
-    } else {
-      auto const* const start = p;
-      if (!skip_sequence(p, end)) {
-        // Well-formed sequences stay in the run; a bad one is cut out and replaced.
-        out.write(reinterpret_cast<char const*>(run), static_cast<std::size_t>(start - run));
-        out.literal("\xEF\xBF\xBD");
-        run = p;
-      }
+  while (static_cast<std::size_t>(end - p) >= kBlock) {
+    unsigned const plain = copy_plain(p, out.room(kBlock));
+    out.commit(plain);
+    p += plain;
+    if (plain != kBlock) {
+      p = write_special(out, p, end);
     }
   }
-  out.write(reinterpret_cast<char const*>(run), static_cast<std::size_t>(end - run));
+  while (p != end) {
+    if (kPlain.plain[*p]) {
+      out.put(static_cast<char>(*p++));
+    } else {
+      p = write_special(out, p, end);
+    }
+  }
   out.put('"');
 }
 

@@ -26,9 +26,10 @@ struct RgbaPixels {
 // True when the bytes begin with the 8-byte PNG signature.
 bool png_has_signature(void const* data, std::size_t size) noexcept;
 
-// Checks that the bytes are one whole PNG: every chunk's CRC, the complete zlib stream of the
-// image data (its Adler-32 included) inflated and unfiltered row by row down to the last row,
-// the chunks after it and the IEND chunk. Only one row is held in memory at a time. Throws
+// Checks that the bytes are one whole PNG: every chunk's CRC, the zlib stream of the image data
+// inflated and unfiltered row by row down to the last row (with its Adler-32, which libspng
+// checks when the stream ends there), the chunks after it and the IEND chunk. Only one row is
+// held in memory at a time, so a screenshot costs about what inflating it does. Throws
 // std::invalid_argument for anything else.
 PngInfo png_validate(void const* data, std::size_t size);
 

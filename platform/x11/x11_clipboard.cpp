@@ -47,14 +47,17 @@ Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
   });
 }
 
-Notifier::~Notifier() {
+Notifier::~Notifier() { stop(); }
+
+void Notifier::stop() {
   {
     std::lock_guard<std::mutex> lock(state_->mutex);
     state_->stop = true;
   }
   state_->wake.notify_all();
+  if (!thread_.joinable()) return;
   if (thread_.get_id() == std::this_thread::get_id()) {
-    thread_.detach();  // destroyed from a listener: the thread ends once it returns
+    thread_.detach();  // stopped from a listener: the thread ends once it returns
   } else {
     thread_.join();
   }
@@ -63,6 +66,7 @@ Notifier::~Notifier() {
 void Notifier::post(PFClipboardMode mode) {
   {
     std::lock_guard<std::mutex> lock(state_->mutex);
+    if (state_->stop) return;
     state_->queue.push_back(mode);
   }
   state_->wake.notify_one();
@@ -162,6 +166,46 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
   return plan;
 }
 
+// Text as it arrives: UTF-8 is decoded chunk by chunk, other encodings once complete.
+class TextSink final : public ReplySink {
+ public:
+  explicit TextSink(std::function<std::string(xcb_atom_t)> typeName)
+      : typeName_(std::move(typeName)) {}
+
+  void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) override {
+    type_ = format == 8 && type != XCB_NONE ? typeName_(type) : std::string();
+    encoding_ = type_.empty() ? TextEncoding::notText : textEncodingOfType(type_);
+    if (encoding_ == TextEncoding::utf8) {
+      text_.reserve(sizeHint);
+    } else if (encoding_ != TextEncoding::notText) {
+      bytes_.reserve(sizeHint);
+    }
+  }
+
+  void append(char const* data, std::size_t size) override {
+    if (encoding_ == TextEncoding::utf8) {
+      decoder_.feed(std::string_view(data, size), text_);
+    } else if (encoding_ != TextEncoding::notText) {
+      bytes_.append(data, size);
+    }
+  }
+
+  std::optional<std::u16string> finish() {
+    if (encoding_ != TextEncoding::utf8) return decodeText(type_, bytes_);
+    decoder_.finish(text_);
+    if (!text_.empty() && text_.back() == u'\0') text_.pop_back();
+    return std::move(text_);
+  }
+
+ private:
+  std::function<std::string(xcb_atom_t)> typeName_;
+  std::string type_;
+  TextEncoding encoding_ = TextEncoding::notText;
+  Utf8Decoder decoder_;
+  std::u16string text_;
+  std::string bytes_;
+};
+
 // The content a reply of a target stands for, as a read of `kind` returns it.
 ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data) {
   switch (kind) {
@@ -193,7 +237,7 @@ struct PFX11Clipboard::Impl {
   Atoms atoms;
   AtomCache atomCache;
   std::unique_ptr<ReaderPool> readers;
-  std::unique_ptr<Notifier> notifier;
+  std::shared_ptr<Notifier> notifier;
   std::unique_ptr<Owner> owner;
 
   ReadLimits limits() const {
@@ -248,7 +292,7 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
   }
   bool const emit = impl.options.emitChangeEvents;
   auto hook = impl.options.onSelectionChanged;
-  impl.notifier = std::make_unique<Notifier>([emit, hook](PFClipboardMode mode) {
+  impl.notifier = std::make_shared<Notifier>([emit, hook](PFClipboardMode mode) {
     if (emit && mode == PFClipboardMode::clipboard) notifyClipboardChanged();
     if (hook) hook(mode);
   });
@@ -258,15 +302,16 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
   config.handoverTimeout = impl.options.managerHandoverTimeout;
   config.chunkBytes = impl.options.incrChunkBytes;
   config.thresholdBytes = impl.options.incrThresholdBytes;
-  auto* notifier = impl.notifier.get();
-  impl.owner = std::make_unique<Owner>(config, impl.atoms,
-                                       [notifier](PFClipboardMode mode) { notifier->post(mode); });
+  // The event thread may still report a change while we are being destroyed; the shared
+  // notifier makes that a no-op instead of a dangling call.
+  impl.owner = std::make_unique<Owner>(
+      config, impl.atoms, [notifier = impl.notifier](PFClipboardMode mode) { notifier->post(mode); });
 }
 
 PFX11Clipboard::~PFX11Clipboard() {
   // Deliveries first (a running listener may still read through us), then the event thread,
   // which hands CLIPBOARD to a clipboard manager before it ends.
-  impl_->notifier.reset();
+  impl_->notifier->stop();
   impl_->owner.reset();
   impl_->readers.reset();
 }
@@ -319,9 +364,9 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       // Best first; an owner may list a target and still refuse it.
       for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
                                 impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
-        auto const reply = lease->convert(selection, owner, target, limits);
-        if (!reply || reply->format != 8) continue;
-        if (auto text = decodeText(impl.typeName(lease->get(), reply->type), reply->data)) {
+        TextSink sink([&](xcb_atom_t type) { return impl.typeName(lease->get(), type); });
+        if (!lease->convert(selection, owner, target, limits, sink)) continue;
+        if (auto text = sink.finish()) {
           result = std::move(*text);
           break;
         }

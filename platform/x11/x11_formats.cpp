@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/i18n.hpp"
 
@@ -187,8 +188,89 @@ std::optional<std::u16string> decodeText(std::string_view type, std::string_view
   if (!bytes.empty() && bytes.back() == '\0') bytes.remove_suffix(1);
   bool const utf8 = encoding == TextEncoding::utf8 ||
                     (encoding == TextEncoding::utf8OrLatin1 && isValidUtf8(bytes));
-  if (utf8) return fl::i18n::to_ustring(std::string(bytes));
-  return latin1ToUtf16(bytes);
+  if (!utf8) return latin1ToUtf16(bytes);
+  std::u16string out;
+  Utf8Decoder decoder;
+  decoder.feed(bytes, out);
+  decoder.finish(out);
+  return out;
+}
+
+void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
+  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
+  auto const* const end = p + bytes.size();
+  // At most one unit per byte, plus a pair for a sequence begun in an earlier piece.
+  std::size_t const start = out.size();
+  out.resize(start + bytes.size() + 2);
+  char16_t* o = out.data() + start;
+  auto const emit = [&o](char32_t c) {
+    if (c < 0x10000) {
+      *o++ = static_cast<char16_t>(c);
+    } else {
+      c -= 0x10000;
+      *o++ = static_cast<char16_t>(0xD800 + (c >> 10));
+      *o++ = static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+    }
+  };
+  while (p < end) {
+    if (needed_ == 0) {
+      // ASCII runs, eight bytes at a time.
+      while (end - p >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        if (word & 0x8080808080808080ULL) break;
+        for (int i = 0; i < 8; ++i) o[i] = p[i];
+        o += 8;
+        p += 8;
+      }
+      if (p == end) break;
+      unsigned char const c = *p++;
+      if (c < 0x80) {
+        *o++ = c;
+      } else if (c >= 0xC2 && c <= 0xDF) {
+        needed_ = 1;
+        codePoint_ = c & 0x1F;
+      } else if (c >= 0xE0 && c <= 0xEF) {
+        if (c == 0xE0) lower_ = 0xA0;
+        if (c == 0xED) upper_ = 0x9F;  // no surrogates
+        needed_ = 2;
+        codePoint_ = c & 0x0F;
+      } else if (c >= 0xF0 && c <= 0xF4) {
+        if (c == 0xF0) lower_ = 0x90;
+        if (c == 0xF4) upper_ = 0x8F;  // nothing above U+10FFFF
+        needed_ = 3;
+        codePoint_ = c & 0x07;
+      } else {
+        *o++ = 0xFFFD;
+      }
+      continue;
+    }
+    unsigned char const c = *p;
+    if (c < lower_ || c > upper_) {
+      // The sequence ends here, unfinished; this byte starts afresh.
+      *o++ = 0xFFFD;
+      needed_ = seen_ = 0;
+      lower_ = 0x80;
+      upper_ = 0xBF;
+      continue;
+    }
+    ++p;
+    lower_ = 0x80;
+    upper_ = 0xBF;
+    codePoint_ = (codePoint_ << 6) | (c & 0x3F);
+    if (++seen_ == needed_) {
+      emit(codePoint_);
+      needed_ = seen_ = 0;
+    }
+  }
+  out.resize(static_cast<std::size_t>(o - out.data()));
+}
+
+void Utf8Decoder::finish(std::u16string& out) {
+  if (needed_ != 0) out.push_back(u'\uFFFD');
+  needed_ = seen_ = 0;
+  lower_ = 0x80;
+  upper_ = 0xBF;
 }
 
 bool isValidUtf8(std::string_view bytes) noexcept {

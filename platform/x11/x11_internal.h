@@ -93,6 +93,23 @@ struct Reply {
   std::string data;
 };
 
+// Receives a converted target as it arrives, straight from the reply buffers.
+class ReplySink {
+ public:
+  virtual ~ReplySink() = default;
+  // The type of what follows, before any data; `sizeHint` may be 0.
+  virtual void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) = 0;
+  virtual void append(char const* data, std::size_t size) = 0;
+};
+
+// Keeps the bytes as they come.
+class BytesSink final : public ReplySink {
+ public:
+  void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) override;
+  void append(char const* data, std::size_t size) override { reply.data.append(data, size); }
+  Reply reply;
+};
+
 struct ReadLimits {
   Clock::duration firstReply;
   Clock::duration chunk;
@@ -112,6 +129,9 @@ class ReaderConnection {
   // std::runtime_error on a timeout, when the owner goes away, or above limits.maxBytes.
   std::optional<Reply> convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
                                ReadLimits const& limits);
+  // The same into `sink`; false when the owner refuses.
+  bool convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
+               ReadLimits const& limits, ReplySink& sink);
   // A current server timestamp.
   xcb_timestamp_t serverTime(Clock::duration timeout);
 
@@ -121,7 +141,7 @@ class ReaderConnection {
                                      Watch const* watch,
                                      std::function<bool(xcb_generic_event_t const&)> const& match);
   void drainEvents();
-  Reply takeProperty(xcb_atom_t property, std::size_t maxBytes);
+  Owned<xcb_get_property_reply_t> takeProperty(xcb_atom_t property, std::size_t maxBytes);
 
   Connection conn_;
   Atoms const& atoms_;
@@ -187,7 +207,10 @@ class Notifier {
   Notifier(Notifier const&) = delete;
   Notifier& operator=(Notifier const&) = delete;
 
+  // Ignored once stopped.
   void post(PFClipboardMode mode);
+  // Ends deliveries; returns once none is running (unless called from a delivery).
+  void stop();
 
  private:
   struct State;

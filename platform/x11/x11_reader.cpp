@@ -219,23 +219,34 @@ Owned<xcb_generic_event_t> ReaderConnection::waitFor(
   }
 }
 
-Reply ReaderConnection::takeProperty(xcb_atom_t property, std::size_t maxBytes) {
+Owned<xcb_get_property_reply_t> ReaderConnection::takeProperty(xcb_atom_t property,
+                                                              std::size_t maxBytes) {
   auto const cookie = xcb_get_property(get(), 1, conn_.window(), property,
                                        XCB_GET_PROPERTY_TYPE_ANY, 0, wordsFor(maxBytes));
   Owned<xcb_get_property_reply_t> reply(xcb_get_property_reply(get(), cookie, nullptr));
   if (!reply) throw failure("lost the connection to the display");
-  if (reply->bytes_after > 0) throw failure("the transfer exceeds the size limit");
-  auto const length = static_cast<std::size_t>(xcb_get_property_value_length(reply.get()));
-  if (length > maxBytes) throw failure("the transfer exceeds the size limit");
-  Reply out;
-  out.type = reply->type;
-  out.format = reply->format;
-  out.data.assign(static_cast<char const*>(xcb_get_property_value(reply.get())), length);
-  return out;
+  if (reply->bytes_after > 0 ||
+      static_cast<std::size_t>(xcb_get_property_value_length(reply.get())) > maxBytes) {
+    throw failure("the transfer exceeds the size limit");
+  }
+  return reply;
+}
+
+void BytesSink::start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) {
+  reply.type = type;
+  reply.format = format;
+  reply.data.reserve(sizeHint);
 }
 
 std::optional<Reply> ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner,
                                                xcb_atom_t target, ReadLimits const& limits) {
+  BytesSink sink;
+  if (!convert(selection, owner, target, limits, sink)) return std::nullopt;
+  return std::move(sink.reply);
+}
+
+bool ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
+                               ReadLimits const& limits, ReplySink& sink) {
   drainEvents();
   auto const start = Clock::now();
   auto const end = start + limits.whole;
@@ -257,52 +268,58 @@ std::optional<Reply> ReaderConnection::convert(xcb_atom_t selection, xcb_window_
         return notify.requestor == conn_.window() && notify.selection == selection &&
                notify.target == target;
       });
-  auto const& notify = reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent);
-
-  std::optional<Reply> result;
-  if (notify.property != XCB_NONE) {
-    // Deleting on read also starts an INCR transfer.
-    Reply reply = takeProperty(notify.property, limits.maxBytes);
-    if (reply.type == atoms_.incr) {
-      std::string data;
-      if (reply.format == 32 && reply.data.size() >= 4) {
-        std::uint32_t hint = 0;
-        std::memcpy(&hint, reply.data.data(), 4);
-        data.reserve(std::min<std::size_t>(hint, limits.maxBytes));
-      }
-      reply.type = XCB_NONE;
-      auto const chunkMessage = "the owner stopped sending for " +
-                                std::to_string(millisecondsOf(limits.chunk)) + " ms";
-      for (;;) {
-        auto const now = Clock::now();
-        if (now >= end) throw failure("the transfer took longer than the read timeout");
-        waitFor(std::min(end, now + limits.chunk), chunkMessage.c_str(), &watch,
-                [&](xcb_generic_event_t const& event) {
-                  if ((event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return false;
-                  auto const& property = reinterpret_cast<xcb_property_notify_event_t const&>(event);
-                  return property.window == conn_.window() && property.atom == notify.property &&
-                         property.state == XCB_PROPERTY_NEW_VALUE;
-                });
-        Reply chunk = takeProperty(notify.property, limits.maxBytes - data.size());
-        if (chunk.data.empty()) break;
-        if (reply.type == XCB_NONE) {
-          reply.type = chunk.type;
-          reply.format = chunk.format;
-        }
-        if (data.empty() && data.capacity() < chunk.data.size()) {
-          data = std::move(chunk.data);
-        } else {
-          data += chunk.data;
-        }
-      }
-      reply.data = std::move(data);
-    }
-    result = std::move(reply);
+  auto const property = reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  auto const forgetOwner = [&] {
+    std::uint32_t const none = 0;
+    xcb_change_window_attributes(get(), owner, XCB_CW_EVENT_MASK, &none);
+    xcb_flush(get());
+  };
+  if (property == XCB_NONE) {
+    forgetOwner();
+    return false;
   }
-  std::uint32_t const none = 0;
-  xcb_change_window_attributes(get(), owner, XCB_CW_EVENT_MASK, &none);
-  xcb_flush(get());
-  return result;
+
+  // Deleting on read also starts an INCR transfer.
+  auto const first = takeProperty(property, limits.maxBytes);
+  auto const* value = static_cast<char const*>(xcb_get_property_value(first.get()));
+  auto const length = static_cast<std::size_t>(xcb_get_property_value_length(first.get()));
+  if (first->type != atoms_.incr) {
+    sink.start(first->type, first->format, length);
+    sink.append(value, length);
+  } else {
+    std::size_t hint = 0;
+    if (first->format == 32 && length >= 4) {
+      std::uint32_t size = 0;
+      std::memcpy(&size, value, 4);
+      hint = std::min<std::size_t>(size, limits.maxBytes);
+    }
+    auto const chunkMessage = "the owner stopped sending for " +
+                              std::to_string(millisecondsOf(limits.chunk)) + " ms";
+    std::size_t received = 0;
+    bool started = false;
+    for (;;) {
+      auto const now = Clock::now();
+      if (now >= end) throw failure("the transfer took longer than the read timeout");
+      waitFor(std::min(end, now + limits.chunk), chunkMessage.c_str(), &watch,
+              [&](xcb_generic_event_t const& event) {
+                if ((event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return false;
+                auto const& notify = reinterpret_cast<xcb_property_notify_event_t const&>(event);
+                return notify.window == conn_.window() && notify.atom == property &&
+                       notify.state == XCB_PROPERTY_NEW_VALUE;
+              });
+      auto const chunk = takeProperty(property, limits.maxBytes - received);
+      auto const size = static_cast<std::size_t>(xcb_get_property_value_length(chunk.get()));
+      if (!started) {
+        sink.start(size == 0 ? XCB_NONE : chunk->type, chunk->format, hint);
+        started = true;
+      }
+      if (size == 0) break;
+      sink.append(static_cast<char const*>(xcb_get_property_value(chunk.get())), size);
+      received += size;
+    }
+  }
+  forgetOwner();
+  return true;
 }
 
 xcb_timestamp_t ReaderConnection::serverTime(Clock::duration timeout) {

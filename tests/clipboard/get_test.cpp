@@ -312,9 +312,16 @@ TEST_F(GetTest, MimeTypeIsReadAndAnsweredInItsRepairedForm) {
 }
 
 TEST_F(GetTest, ModeReachesTheReadsButTheListingUsesTheSystemClipboard) {
+  put({{u"text/plain", text(u"primary")},
+       {u"text/html", text(u"h")},
+       {u16(kJava1), bytes(javaString("primary"))}},
+      PFClipboardMode::selection);
   put({{u"text/plain", text(u"system")}});
-  put({{u"text/plain", text(u"primary")}, {u"text/html", text(u"h")}}, PFClipboardMode::selection);
   EXPECT_EQ(Value(get({}, PFClipboardMode::selection)), Value(Object{{"text/plain", "primary"}}));
+  // The Java-side read of a pair uses the same mode.
+  put({{u16(kJava1), bytes(javaString("system"))}});
+  EXPECT_EQ(Value(get({"application/rtf"}, PFClipboardMode::selection)),
+            Value(Object{{"application/rtf", "primary"}}));
 }
 
 TEST_F(GetTest, UnparsedRequestReadsNothing) {

@@ -22,6 +22,8 @@ class X11Test : public ::testing::Test {
  protected:
   void SetUp() override {
     raw = std::make_unique<RawClient>();
+    // xsel only offers UTF8_STRING when the atom already exists, as it does on any desktop.
+    raw->atom("UTF8_STRING");
     // A test starts with nobody owning either selection.
     ASSERT_TRUE(raw->waitForOwner("CLIPBOARD", false));
     ASSERT_TRUE(raw->waitForOwner("PRIMARY", false));

@@ -1,0 +1,155 @@
+// Whole requests through the message forms on the in-memory clipboard, each beside memcpy of
+// the bytes it moves.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "clipboard/clipboard_impl.hpp"
+#include "platform/i18n.hpp"
+#include "platform/memory/memory_clipboard.hpp"
+
+namespace {
+
+using connector::message_service::JsonMessage;
+using pf::clipboard::PFClipboardMode;
+
+constexpr std::size_t kTextBytes = 16u << 20;
+
+// Mostly ASCII prose with a few escapes and some non-ASCII letters.
+std::string sampleText(std::size_t bytes) {
+  std::string text;
+  text.reserve(bytes + 8);
+  std::mt19937 random(7);
+  char const* const words[] = {"clipboard ", "editor ", "paste ", "caf\xc3\xa9 ", "line\n",
+                               "tab\t",      "\"quoted\" ", "na\xc3\xafve ", "JSON "};
+  while (text.size() < bytes) {
+    text += words[random() % 9];
+  }
+  text.resize(bytes);
+  while ((static_cast<unsigned char>(text.back()) & 0xC0) == 0x80 ||
+         static_cast<unsigned char>(text.back()) >= 0xC0) {
+    text.pop_back();  // no cut UTF-8 sequence at the end
+  }
+  return text;
+}
+
+std::string jsonString(std::string const& text) {
+  return foundation::json::serialize(foundation::json::Value(text));
+}
+
+struct Fixture {
+  Fixture() : clipboard(std::make_shared<pf::clipboard::PFMemoryClipboard>()) {
+    pf::clipboard::installClipboardBackend(clipboard);
+  }
+  std::shared_ptr<pf::clipboard::PFMemoryClipboard> clipboard;
+  EditorServices::ClipboardImpl service;
+};
+
+void BM_FlavorsRequest(benchmark::State& state) {
+  Fixture f;
+  pf::clipboard::PFClipboardData data;
+  data.addData(u"text/plain", std::u16string(u"x"));
+  data.addData(u"text/html", std::u16string(u"<b>x</b>"));
+  data.addData(u"image/png", std::vector<std::byte>(16));
+  f.clipboard->copyFromOtherProgram(std::move(data), PFClipboardMode::clipboard);
+  JsonMessage const message(std::string(R"({"requestid":"r-1","uid":"ui-1"})"));
+  std::size_t replyBytes = 0;
+  for (auto _ : state) {
+    f.service.handleRequestForAvailableDataFlavors(
+        message, [&](std::string text, std::string) { replyBytes = text.size(); });
+  }
+  benchmark::DoNotOptimize(replyBytes);
+}
+BENCHMARK(BM_FlavorsRequest);
+
+void BM_GetText16MB(benchmark::State& state) {
+  Fixture f;
+  std::string const text = sampleText(kTextBytes);
+  {
+    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
+    data->addData(u"text/plain", fl::i18n::to_ustring(text));
+    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+  }
+  JsonMessage const message(std::string(R"({"requestid":"r","uid":"u","flavors":["text/plain"]})"));
+  std::size_t replyBytes = 0;
+  for (auto _ : state) {
+    f.service.handleGetClipboardDataRequest(
+        message, PFClipboardMode::clipboard,
+        [&](std::string reply, std::string) { replyBytes = reply.size(); });
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * replyBytes));
+  state.counters["reply_MB"] = static_cast<double>(replyBytes) / 1e6;
+}
+BENCHMARK(BM_GetText16MB)->Unit(benchmark::kMillisecond);
+
+void BM_SetText16MB(benchmark::State& state) {
+  Fixture f;
+  std::string const request =
+      R"({"requestid":"r","uid":"u","clipboardItems":[{"mimeType":"text/plain","data":)" +
+      jsonString(sampleText(kTextBytes)) + "}]}";
+  JsonMessage const message = JsonMessage::view(request.data(), request.size());
+  bool ok = false;
+  for (auto _ : state) {
+    f.service.handleSetClipboardDataRequest(
+        message, PFClipboardMode::clipboard,
+        [&](std::string reply, std::string) { ok = reply.find("true") != std::string::npos; });
+  }
+  if (!ok) {
+    state.SkipWithError("set failed");
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * request.size()));
+}
+BENCHMARK(BM_SetText16MB)->Unit(benchmark::kMillisecond);
+
+void BM_GetPng4K(benchmark::State& state) {
+  Fixture f;
+  // A 3840x2160 screenshot-like image: flat panels, some detail.
+  std::vector<std::uint8_t> rgba(3840u * 2160u * 4u);
+  for (std::uint32_t y = 0; y < 2160; ++y) {
+    for (std::uint32_t x = 0; x < 3840; ++x) {
+      std::uint8_t* p = &rgba[(y * 3840u + x) * 4u];
+      bool const detail = (y / 16) % 3 == 0 && (x / 7 + y) % 5 == 0;
+      p[0] = detail ? 20 : static_cast<std::uint8_t>(200 + (x / 480));
+      p[1] = detail ? 20 : static_cast<std::uint8_t>(210 - (y / 540));
+      p[2] = detail ? 20 : 230;
+      p[3] = 255;
+    }
+  }
+  auto const png = pf::graphics::PFImage::fromRgba(3840, 2160, std::move(rgba))->encodedBytes();
+  {
+    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
+    data->addData(u"image/png",
+                  std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png, png));
+    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+  }
+  JsonMessage const message(std::string(R"({"requestid":"r","uid":"u","flavors":["image/png"]})"));
+  std::size_t replyBytes = 0;
+  for (auto _ : state) {
+    f.service.handleGetClipboardDataRequest(
+        message, PFClipboardMode::clipboard,
+        [&](std::string reply, std::string) { replyBytes = reply.size(); });
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * replyBytes));
+  state.counters["png_MB"] = static_cast<double>(png.size()) / 1e6;
+}
+BENCHMARK(BM_GetPng4K)->Unit(benchmark::kMillisecond);
+
+// The physical limit: copying the reply's bytes once.
+void BM_Memcpy(benchmark::State& state) {
+  std::size_t const bytes = static_cast<std::size_t>(state.range(0));
+  std::vector<char> from(bytes, 'x');
+  std::vector<char> to(bytes);
+  for (auto _ : state) {
+    std::memcpy(to.data(), from.data(), bytes);
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+BENCHMARK(BM_Memcpy)->Arg(kTextBytes)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
