@@ -391,7 +391,7 @@ void BM_PngValidate_Ours(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * png.size()));
 }
 
-void BM_PngDecodeRgba_Spng(benchmark::State& state) {
+void BM_PngDecodeRgba_Ours(benchmark::State& state) {
   auto const& png = screenshot_png();
   for (auto _ : state) {
     auto pixels = codec::png_decode_rgba(png.data(), png.size());
@@ -410,7 +410,7 @@ void BM_ImageFromBase64(benchmark::State& state) {
 }
 
 BENCHMARK(BM_PngValidate_Ours)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PngDecodeRgba_Spng)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PngDecodeRgba_Ours)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ImageFromBase64)->Unit(benchmark::kMillisecond);
 
 }  // namespace

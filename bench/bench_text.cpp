@@ -25,8 +25,8 @@ enum class Corpus { mostly_ascii, ascii, cjk };
 // character in a hundred is a two-, three- or four-byte one, in cjk most characters are
 // three-byte ideographs.
 std::string make_text(Corpus corpus) {
-  static char const* const kOthers[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xE4\xB8\xAD",
-                                        "\xF0\x9F\x98\x80", "\xC3\xBC", "\xE3\x81\x82"};
+  static char const* const kOthers[] = {"\xC3\xA9",         "\xE2\x82\xAC", "\xE4\xB8\xAD",
+                                        "\xF0\x9F\x98\x80", "\xC3\xBC",     "\xE3\x81\x82"};
   std::uint32_t state = 0x9E3779B9u;
   auto next = [&state] {
     state ^= state << 13;
@@ -38,9 +38,9 @@ std::string make_text(Corpus corpus) {
   text.reserve(kTextBytes + 8);
   while (text.size() < kTextBytes) {
     std::uint32_t const r = next();
-    bool const other = corpus == Corpus::cjk ? r % 8 != 0
+    bool const other = corpus == Corpus::cjk            ? r % 8 != 0
                        : corpus == Corpus::mostly_ascii ? r % 100 == 0
-                                                         : false;
+                                                        : false;
     if (other) {
       text += corpus == Corpus::cjk ? kOthers[2 + (r >> 8) % 2 * 3] : kOthers[(r >> 8) % 6];
     } else if (r % 7 == 1) {
@@ -205,16 +205,16 @@ void copy_memcpy(benchmark::State& state, Corpus corpus) {
   finish(state, corpus);
 }
 
-#define TEXT_BENCHMARKS(corpus)                                                \
-  BENCHMARK_CAPTURE(to16_ours, corpus, Corpus::corpus)->UseRealTime();    \
-  BENCHMARK_CAPTURE(to16_utfcpp, corpus, Corpus::corpus)->UseRealTime();  \
-  BENCHMARK_CAPTURE(to16_iconv, corpus, Corpus::corpus)->UseRealTime();   \
-  BENCHMARK_CAPTURE(to16_codecvt, corpus, Corpus::corpus)->UseRealTime(); \
-  BENCHMARK_CAPTURE(to8_ours, corpus, Corpus::corpus)->UseRealTime();     \
-  BENCHMARK_CAPTURE(to8_utfcpp, corpus, Corpus::corpus)->UseRealTime();   \
-  BENCHMARK_CAPTURE(to8_iconv, corpus, Corpus::corpus)->UseRealTime();    \
-  BENCHMARK_CAPTURE(to8_codecvt, corpus, Corpus::corpus)->UseRealTime();  \
-  BENCHMARK_CAPTURE(copy_memcpy, corpus, Corpus::corpus)->UseRealTime()
+#define TEXT_BENCHMARKS(corpus)                            \
+  BENCHMARK_CAPTURE(to16_ours, corpus, Corpus::corpus);    \
+  BENCHMARK_CAPTURE(to16_utfcpp, corpus, Corpus::corpus);  \
+  BENCHMARK_CAPTURE(to16_iconv, corpus, Corpus::corpus);   \
+  BENCHMARK_CAPTURE(to16_codecvt, corpus, Corpus::corpus); \
+  BENCHMARK_CAPTURE(to8_ours, corpus, Corpus::corpus);     \
+  BENCHMARK_CAPTURE(to8_utfcpp, corpus, Corpus::corpus);   \
+  BENCHMARK_CAPTURE(to8_iconv, corpus, Corpus::corpus);    \
+  BENCHMARK_CAPTURE(to8_codecvt, corpus, Corpus::corpus);  \
+  BENCHMARK_CAPTURE(copy_memcpy, corpus, Corpus::corpus)
 
 TEXT_BENCHMARKS(mostly_ascii);
 TEXT_BENCHMARKS(ascii);

@@ -4,10 +4,15 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <tuple>
 #include <utility>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
+#endif
+#if defined(__linux__)
+#include <sys/mman.h>
 #endif
 
 #include "platform/i18n.hpp"
@@ -117,6 +122,32 @@ std::size_t count_commas_before_bracket(char const* p, char const* end) {
 
 // The magnitude of a typed array element: "0", or a digit and all digits after it. Saturates
 // at the largest 64-bit unsigned value.
+#if defined(FOUNDATION_JSON_SWAR)
+// How many of the eight bytes of word, from the first, are decimal digits.
+inline int leading_digits(std::uint64_t word) {
+  constexpr std::uint64_t zeros = 0x3030303030303030ULL;
+  constexpr std::uint64_t high_nibbles = 0xF0F0F0F0F0F0F0F0ULL;
+  // A byte is a digit when its high nibble is 3 and adding 6 keeps it so. A carry out of a
+  // byte can only start at a non-digit and only reaches later bytes, which do not count.
+  std::uint64_t const not_digit =
+      ((word & high_nibbles) ^ zeros) | (((word + 0x0606060606060606ULL) & high_nibbles) ^ zeros);
+  return not_digit != 0 ? __builtin_ctzll(not_digit) >> 3 : 8;
+}
+
+// The value of the first count (1 to 8) bytes of word, all digits.
+inline std::uint64_t digits_value(std::uint64_t word, int count) {
+  // Move the digits to the top, so that the bytes below read as leading zeros, then combine
+  // neighbouring digits, pairs and quadruples with three multiplications.
+  std::uint64_t v = (word - 0x3030303030303030ULL) << (8 * (8 - count));
+  v = v * 10 + (v >> 8);
+  return (((v & 0x000000FF000000FFULL) * (100 + (1000000ULL << 32))) +
+          (((v >> 16) & 0x000000FF000000FFULL) * (1 + (10000ULL << 32)))) >>
+         32;
+}
+#endif
+
+// The magnitude of a typed array element: "0", or a digit and all digits after it. Saturates
+// at the largest 64-bit unsigned value.
 inline std::uint64_t read_magnitude(char const*& pos, char const* end) {
   if (*pos == '0') {
     ++pos;
@@ -125,26 +156,22 @@ inline std::uint64_t read_magnitude(char const*& pos, char const* end) {
   std::uint64_t magnitude = 0;
   int count = 0;
 #if defined(FOUNDATION_JSON_SWAR)
-  if (end - pos >= 8) {
-    // Up to eight digits at once: find where the run ends, then convert the run in a word.
-    constexpr std::uint64_t zeros = 0x3030303030303030ULL;
-    constexpr std::uint64_t high_nibbles = 0xF0F0F0F0F0F0F0F0ULL;
+  // Sixteen digits at most in two words; nothing this long can overflow.
+  constexpr std::uint64_t powers_of_ten[] = {1,      10,      100,      1000,     10000,
+                                             100000, 1000000, 10000000, 100000000};
+  while (count < 16 && end - pos >= 8) {
     std::uint64_t word;
     std::memcpy(&word, pos, sizeof word);
-    std::uint64_t const not_digit =
-        ((word & high_nibbles) ^ zeros) | (((word + 0x0606060606060606ULL) & high_nibbles) ^ zeros);
-    int const digits = not_digit != 0 ? __builtin_ctzll(not_digit) >> 3 : 8;
-    std::uint64_t v = (word - zeros) << (8 * (8 - digits));
-    v = v * 10 + (v >> 8);
-    v = (((v & 0x000000FF000000FFULL) * (100 + (1000000ULL << 32))) +
-         (((v >> 16) & 0x000000FF000000FFULL) * (1 + (10000ULL << 32)))) >>
-        32;
-    pos += digits;
-    if (digits < 8) {
-      return v;
+    int const digits = leading_digits(word);
+    if (digits == 0) {
+      return magnitude;
     }
-    magnitude = v;
-    count = 8;
+    magnitude = magnitude * powers_of_ten[digits] + digits_value(word, digits);
+    pos += digits;
+    count += digits;
+    if (digits < 8) {
+      return magnitude;
+    }
   }
 #endif
   constexpr std::uint64_t max = std::numeric_limits<std::uint64_t>::max();
@@ -159,6 +186,29 @@ inline std::uint64_t read_magnitude(char const*& pos, char const* end) {
     }
   }
   return magnitude;
+}
+
+// A typed array of a million elements is 40 MB of Values: more than glibc keeps in its heap,
+// so every such allocation is mapped afresh and faulted in page by page, which takes longer
+// than reading the text. Ask for huge pages for the part that can have them, before the first
+// write.
+void advise_huge_pages(Array& values) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  constexpr std::uintptr_t huge_page = std::uintptr_t{1} << 21;
+  std::size_t const bytes = values.capacity() * sizeof(Value);
+  if (bytes < 16 * huge_page) {
+    return;
+  }
+  auto const first = reinterpret_cast<std::uintptr_t>(values.data());
+  std::uintptr_t const begin = (first + huge_page - 1) & ~(huge_page - 1);
+  std::uintptr_t const end = (first + bytes) & ~(huge_page - 1);
+  if (begin < end) {
+    // Only advice: whatever the kernel answers, the memory is there.
+    (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  }
+#else
+  (void)values;
+#endif
 }
 
 // std::vector would copy Values when it grows (their move may allocate, so it is not
@@ -186,6 +236,19 @@ inline void make_room(Array& values) {
 #define FOUNDATION_JSON_NOINLINE
 #endif
 
+// Making the slot for each member and element is on every path; it is inlined except under
+// AddressSanitizer, where its temporaries would multiply the frame of every nesting level.
+#if defined(__SANITIZE_ADDRESS__)
+#define FOUNDATION_JSON_SLOT FOUNDATION_JSON_NOINLINE
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FOUNDATION_JSON_SLOT FOUNDATION_JSON_NOINLINE
+#endif
+#endif
+#if !defined(FOUNDATION_JSON_SLOT)
+#define FOUNDATION_JSON_SLOT inline
+#endif
+
 // A Value for a value whose text starts with first. An array or object Value cannot be moved
 // without allocating a new box, so the slot gets that kind up front and the value is read into
 // it in place; a string slot saves a move as well.
@@ -204,19 +267,19 @@ decltype(auto) emplace_for(char first, Emplace&& emplace) {
 }
 
 // The node of key in members, created for a value starting with first; scratch when the key is
-// already there (the first member of a key stays, later ones are read and dropped). The key is
-// moved from.
-inline Value& member_slot(Object& members, std::string& key, char first,
-                                            Value& scratch) {
+// already there (the first member of a key stays, later ones are read and dropped).
+FOUNDATION_JSON_SLOT Value& member_slot(Object& members, std::string_view key, char first,
+                                        Value& scratch) {
   // emplace builds the node before it looks, which costs a node for a repeated key but fewer
-  // key comparisons for a new one; the key is read anew for the next member either way.
+  // key comparisons for a new one. The key is built in the node straight from the text.
   auto const inserted = emplace_for(first, [&](auto&& seed) {
-    return members.emplace(std::move(key), std::forward<decltype(seed)>(seed));
+    return members.emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                           std::forward_as_tuple(std::forward<decltype(seed)>(seed)));
   });
   return inserted.second ? inserted.first->second : scratch;
 }
 
-inline Value& element_slot(Array& elements, char first) {
+FOUNDATION_JSON_SLOT Value& element_slot(Array& elements, char first) {
   make_room(elements);
   return emplace_for(first, [&](auto&& seed) -> Value& {
     return elements.emplace_back(std::forward<decltype(seed)>(seed));
@@ -229,6 +292,8 @@ struct TypedArrayState {
   bool data_seen = false;
   char const* data_start = nullptr;
 };
+
+int read_string(char const*& pos, char const* end, std::string& decoded, std::string_view& text);
 
 class Reader {
  public:
@@ -500,11 +565,13 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
   }
 
   Object members;
-  std::string key;
+  // The key as it stands in the text, or decoded into decoded_key when it has escapes.
+  std::string_view key;
+  std::string decoded_key;
   Value scratch;
   TypedArrayState state;
   for (;;) {
-    int code = parse_string(pos, end_, key);
+    int code = read_string(pos, end_, decoded_key, key);
     if (code != rc::ok) {
       return code;
     }
@@ -657,6 +724,7 @@ int Reader::typed_array(char const*& pos, Array& out) const {
     std::size_t const bound = static_cast<std::size_t>(end_ - pos) / 2 + 1;
     std::size_t const estimate = count_commas_before_bracket(pos, end_) + 1;
     elements.reserve(estimate < bound ? estimate : bound);
+    advise_huge_pages(elements);
   }
   for (;;) {
     bool const negative = *pos == '-';
@@ -730,6 +798,19 @@ int parse_array(char const*& pos, char const* end, bool comments, Array& out) {
 }
 
 int parse_string(char const*& pos, char const* end, std::string& out) {
+  std::string_view text;
+  int const code = read_string(pos, end, out, text);
+  if (code == rc::ok && text.data() != out.data()) {
+    out.assign(text.data(), text.size());
+  }
+  return code;
+}
+
+namespace {
+
+// Reads a quoted string. Without escapes its bytes stay in the text and text views them; with
+// escapes they are decoded into decoded and text views that. Nothing is written on failure.
+int read_string(char const*& pos, char const* end, std::string& decoded, std::string_view& text) {
   char const* p = pos;
   if (p == end) {
     return rc::unexpected_end;
@@ -744,9 +825,8 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
     return rc::unexpected_end;
   }
   if (*run_end == '"') {
-    // No escapes: one copy straight into the output.
-    out.clear();
-    out.append(p, static_cast<std::size_t>(run_end - p));
+    // No escapes: nothing to copy yet.
+    text = std::string_view(p, static_cast<std::size_t>(run_end - p));
     pos = run_end + 1;
     return rc::ok;
   }
@@ -757,11 +837,11 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
   while (close != end && *close == '\\') {
     close = end - close > 2 ? find_quote_or_backslash(close + 2, end) : end;
   }
-  std::string text;
-  text.reserve(static_cast<std::size_t>(close - p));
+  std::string collected;
+  collected.reserve(static_cast<std::size_t>(close - p));
 
   for (;;) {
-    text.append(p, run_end);
+    collected.append(p, run_end);
     p = run_end;
     if (p == end) {
       pos = end;
@@ -769,7 +849,8 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
     }
     if (*p == '"') {
       pos = p + 1;
-      out = std::move(text);
+      decoded = std::move(collected);
+      text = decoded;
       return rc::ok;
     }
     ++p;  // past the backslash
@@ -779,28 +860,28 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
     }
     switch (*p++) {
       case '"':
-        text += '"';
+        collected += '"';
         break;
       case '\\':
-        text += '\\';
+        collected += '\\';
         break;
       case '/':
-        text += '/';
+        collected += '/';
         break;
       case 'b':
-        text += '\b';
+        collected += '\b';
         break;
       case 'f':
-        text += '\f';
+        collected += '\f';
         break;
       case 'n':
-        text += '\n';
+        collected += '\n';
         break;
       case 'r':
-        text += '\r';
+        collected += '\r';
         break;
       case 't':
-        text += '\t';
+        collected += '\t';
         break;
       case 'u': {
         char16_t units[2];
@@ -821,7 +902,7 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
           pos = p;
           return code;
         }
-        text += detail::u16_to_u8(units, count);
+        collected += detail::u16_to_u8(units, count);
         break;
       }
       default:
@@ -831,6 +912,8 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
     run_end = find_quote_or_backslash(p, end);
   }
 }
+
+}  // namespace
 
 int scan_number(char const*& pos, char const* end) {
   if (pos == end) {

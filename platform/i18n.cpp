@@ -36,6 +36,19 @@ inline std::uint64_t units_at_least(std::uint64_t word, std::uint64_t bound) {
   return (((word & kUnitLow15) + add) | word) & kUnitHighBit;
 }
 
+// Four flags, bit i for the i-th unit in memory, from the bit-15 flags of units_at_least. The
+// multiplication moves each lane's flag to its own bit of one nibble (the partial products
+// never overlap, so nothing carries).
+inline unsigned unit_flags(std::uint64_t lane_flags) {
+  auto const nibble =
+      static_cast<unsigned>(((lane_flags >> 15) * 0x0000200040008001ULL) >> 45) & 0xF;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  return ((nibble & 1) << 3) | ((nibble & 2) << 1) | ((nibble & 4) >> 1) | ((nibble & 8) >> 3);
+#else
+  return nibble;
+#endif
+}
+
 // The widening and narrowing loops work on local copies: without possible aliasing between
 // source and destination the compilers turn them into a handful of vector instructions.
 inline void widen16(unsigned char const* in, char16_t* out) {
@@ -58,8 +71,12 @@ inline void narrow16(char16_t const* in, char* out) {
   std::memcpy(out, bytes, sizeof bytes);
 }
 
-inline bool is_high_surrogate(char32_t u) { return (u & 0xFC00) == 0xD800; }
-inline bool is_low_surrogate(char32_t u) { return (u & 0xFC00) == 0xDC00; }
+inline bool is_high_surrogate(char32_t u) {
+  return (u & 0xFC00) == 0xD800;
+}
+inline bool is_low_surrogate(char32_t u) {
+  return (u & 0xFC00) == 0xDC00;
+}
 
 // ---- UTF-8 to UTF-16 ----
 
@@ -227,35 +244,40 @@ std::size_t utf8_length(char16_t const* begin, char16_t const* end) {
   return length;
 }
 
-// Writes one unit that is not ASCII (two for a pair) and moves `p` past it.
+// Writes one unit that is not ASCII (two for a pair) and moves `p` past it. The two- and
+// three-byte forms are chosen with selects rather than branches: in text that mixes them a
+// branch would be mispredicted about every other time.
+// Needs room for three bytes even when it writes two.
 inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
   char32_t cp = *p++;
-  if (cp < 0x800) {
-    out[0] = static_cast<char>(0xC0 | (cp >> 6));
-    out[1] = static_cast<char>(0x80 | (cp & 0x3F));
-    return out + 2;
-  }
-  if (is_high_surrogate(cp) && p != end && is_low_surrogate(*p)) {
-    cp = 0x10000 + ((cp - 0xD800) << 10) + (*p++ - 0xDC00u);
-    out[0] = static_cast<char>(0xF0 | (cp >> 18));
-    out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out[3] = static_cast<char>(0x80 | (cp & 0x3F));
-    return out + 4;
-  }
-  if (cp >= 0xD800 && cp <= 0xDFFF) {
+  if ((cp & 0xF800) == 0xD800) {
+    if (is_high_surrogate(cp) && p != end && is_low_surrogate(*p)) {
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (*p++ - 0xDC00u);
+      out[0] = static_cast<char>(0xF0 | (cp >> 18));
+      out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      out[3] = static_cast<char>(0x80 | (cp & 0x3F));
+      return out + 4;
+    }
     cp = kReplacement;
   }
-  out[0] = static_cast<char>(0xE0 | (cp >> 12));
-  out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+  bool const three = cp >= 0x800;
+  out[0] = static_cast<char>(three ? 0xE0 | (cp >> 12) : 0xC0 | (cp >> 6));
+  out[1] = static_cast<char>(0x80 | ((three ? cp >> 6 : cp) & 0x3F));
   out[2] = static_cast<char>(0x80 | (cp & 0x3F));
-  return out + 3;
+  return out + 2 + three;
 }
 
-// Writes the UTF-8 form of [p, end) into exactly utf8_length(p, end) bytes. Each unit gives at
-// least one byte, so a block of sixteen units may always be written ahead.
-void utf16_to_utf8(char16_t const* p, char16_t const* end, char* out) {
-  while (end - p >= 16) {
+// Writes the UTF-8 form of [p, end) at `out` and returns the end of what was written. With
+// `kBounded`, stops early (moving `p` to the first unit not written) once fewer than the worst
+// case of a step is left before `limit`; without, the room must be utf8_length(p, end) bytes
+// plus one, for the spare byte that a two-byte form writes. Each unit gives at least one byte,
+// so a block of sixteen units may always be written ahead.
+template <bool kBounded>
+char* utf16_to_utf8(char16_t const*& p, char16_t const* end, char* out, char* limit) {
+  constexpr std::ptrdiff_t kBlockRoom = 3 * 16;  // sixteen units of three bytes
+  constexpr std::ptrdiff_t kUnitRoom = 4;        // a pair
+  while (end - p >= 16 && (!kBounded || limit - out >= kBlockRoom)) {
     std::uint64_t const words[4] = {load64(p), load64(p + 4), load64(p + 8), load64(p + 12)};
     narrow16(p, out);
     if (((words[0] | words[1] | words[2] | words[3]) & kUnitNonAscii) == 0) {
@@ -263,38 +285,44 @@ void utf16_to_utf8(char16_t const* p, char16_t const* end, char* out) {
       out += 16;
       continue;
     }
-    unsigned ascii = 0;
-    for (std::uint64_t const word : words) {
-      std::uint64_t const others = units_at_least(word, 0x80);
-      if (others != 0) {
-        ascii += first_set_byte(others) / 2;
-        break;
-      }
-      ascii += 4;
+    unsigned others = 0;
+    for (int i = 0; i < 4; ++i) {
+      others |= unit_flags(units_at_least(words[i], 0x80)) << (4 * i);
     }
+    unsigned const ascii = static_cast<unsigned>(__builtin_ctz(others));
     p += ascii;
     out += ascii;
     do {
       out = put_utf8(p, end, out);
-    } while (p != end && *p >= 0x80);
+    } while (p != end && *p >= 0x80 && (!kBounded || limit - out >= kUnitRoom));
   }
-  while (p != end) {
+  while (p != end && (!kBounded || limit - out >= kUnitRoom)) {
     if (*p < 0x80) {
       *out++ = static_cast<char>(*p++);
     } else {
       out = put_utf8(p, end, out);
     }
   }
+  return out;
 }
 
 std::string to_utf8(char16_t const* first, std::size_t count) {
-  std::string result;
-  if (count == 0) {
-    return result;
+  // One pass for the usual text: size for every unit plus an eighth (the input is often larger
+  // than the caches, so a counting pass first would cost as much as the conversion). Text that
+  // needs more room is counted from where it ran out and moved once into a string of the exact
+  // size.
+  std::string result(count + count / 8 + 4, '\0');
+  char16_t const* p = first;
+  char16_t const* const end = first + count;
+  char* out = utf16_to_utf8<true>(p, end, result.data(), result.data() + result.size());
+  if (p != end) {
+    std::size_t const written = static_cast<std::size_t>(out - result.data());
+    std::string larger(written + utf8_length(p, end) + 1, '\0');
+    std::memcpy(larger.data(), result.data(), written);
+    result.swap(larger);
+    out = utf16_to_utf8<false>(p, end, result.data() + written, nullptr);
   }
-  // The count is a quick read of the input; it lets the output be sized exactly, once.
-  result.resize(utf8_length(first, first + count));
-  utf16_to_utf8(first, first + count, result.data());
+  result.resize(static_cast<std::size_t>(out - result.data()));
   return result;
 }
 

@@ -28,10 +28,9 @@ inline unsigned copy_plain(unsigned char const* p, char* out) {
   __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
   // Signed compare: bytes from 0x80 up are negative, so they count as below 0x20 too.
-  __m128i const special = _mm_or_si128(
-      _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-      _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
-                   _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+  __m128i const special = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                                       _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                                    _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
   unsigned const mask = static_cast<unsigned>(_mm_movemask_epi8(special));
   return mask == 0 ? 16 : static_cast<unsigned>(__builtin_ctz(mask));
 }
@@ -303,7 +302,9 @@ struct Frame {
 void begin_value(Output& out, Value const& value, std::vector<Frame>& stack) {
   switch (value.kind()) {
     case Kind::undefined:
-    case Kind::null: out.literal("null"); return;
+    case Kind::null:
+      out.literal("null");
+      return;
     case Kind::boolean:
       if (value.get<bool>()) {
         out.literal("true");
@@ -311,11 +312,21 @@ void begin_value(Output& out, Value const& value, std::vector<Frame>& stack) {
         out.literal("false");
       }
       return;
-    case Kind::number: write_floating(out, value.get<double>()); return;
-    case Kind::float32: write_floating(out, value.get<float>()); return;
-    case Kind::int64: write_number(out, value.get<long>()); return;
-    case Kind::uint64: write_number(out, value.get<unsigned long>()); return;
-    case Kind::string: write_string(out, value.get<std::string>()); return;
+    case Kind::number:
+      write_floating(out, value.get<double>());
+      return;
+    case Kind::float32:
+      write_floating(out, value.get<float>());
+      return;
+    case Kind::int64:
+      write_number(out, value.get<long>());
+      return;
+    case Kind::uint64:
+      write_number(out, value.get<unsigned long>());
+      return;
+    case Kind::string:
+      write_string(out, value.get<std::string>());
+      return;
     case Kind::array: {
       Array const& array = value.get<Array>();
       out.put('[');

@@ -1,6 +1,10 @@
 #include "platform/x11/x11_clipboard.hpp"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
@@ -99,10 +103,10 @@ std::string stringOf(std::vector<std::byte> const& bytes) {
   return out;
 }
 
-std::shared_ptr<pf::graphics::PFGraphics> imageOf(ReadKind kind, std::string const& data) {
+std::shared_ptr<pf::graphics::PFGraphics> imageOf(ReadKind kind, std::vector<std::byte> bytes) {
   return std::make_shared<pf::graphics::PFImage>(
       kind == ReadKind::svg ? pf::graphics::PFImage::Format::svg : pf::graphics::PFImage::Format::png,
-      bytesOf(data));
+      std::move(bytes));
 }
 
 // A target before its atom is known.
@@ -166,47 +170,35 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
   return plan;
 }
 
-// Text as it arrives: UTF-8 is decoded chunk by chunk, other encodings once complete.
-class TextSink final : public ReplySink {
- public:
-  explicit TextSink(std::function<std::string(xcb_atom_t)> typeName)
-      : typeName_(std::move(typeName)) {}
+// Faults the pages of a fresh large buffer in with one call instead of one trap per page; the
+// contents stay as they are. Only an optimization: kernels without it just say no.
+void prefault(void* data, std::size_t size) {
+  constexpr std::size_t kWorthIt = std::size_t{8} << 20;
+  if (size < kWorthIt) return;
+  auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
+  auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+}
 
-  void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) override {
-    type_ = format == 8 && type != XCB_NONE ? typeName_(type) : std::string();
-    encoding_ = type_.empty() ? TextEncoding::notText : textEncodingOfType(type_);
-    if (encoding_ == TextEncoding::utf8) {
-      text_.reserve(sizeHint);
-    } else if (encoding_ != TextEncoding::notText) {
-      bytes_.reserve(sizeHint);
-    }
+// The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
+// decoded piece by piece into a string reserved once.
+std::optional<std::u16string> textOf(Transfer const& transfer, std::string const& typeName) {
+  if (transfer.format != 8) return std::nullopt;
+  if (textEncodingOfType(typeName) != TextEncoding::utf8) {
+    return decodeText(typeName, transfer.joined());
   }
+  std::u16string text;
+  text.reserve(transfer.size + 2);
+  prefault(text.data(), text.capacity() * sizeof(char16_t));
+  Utf8Decoder decoder;
+  transfer.forEachPiece([&](std::string_view piece) { decoder.feed(piece, text); });
+  decoder.finish(text);
+  if (!text.empty() && text.back() == u'\0') text.pop_back();
+  return text;
+}
 
-  void append(char const* data, std::size_t size) override {
-    if (encoding_ == TextEncoding::utf8) {
-      decoder_.feed(std::string_view(data, size), text_);
-    } else if (encoding_ != TextEncoding::notText) {
-      bytes_.append(data, size);
-    }
-  }
-
-  std::optional<std::u16string> finish() {
-    if (encoding_ != TextEncoding::utf8) return decodeText(type_, bytes_);
-    decoder_.finish(text_);
-    if (!text_.empty() && text_.back() == u'\0') text_.pop_back();
-    return std::move(text_);
-  }
-
- private:
-  std::function<std::string(xcb_atom_t)> typeName_;
-  std::string type_;
-  TextEncoding encoding_ = TextEncoding::notText;
-  Utf8Decoder decoder_;
-  std::u16string text_;
-  std::string bytes_;
-};
-
-// The content a reply of a target stands for, as a read of `kind` returns it.
+// The content of data of a target, as a read of `kind` returns it.
 ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data) {
   switch (kind) {
     case ReadKind::text:
@@ -219,7 +211,7 @@ ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::stri
     }
     case ReadKind::png:
     case ReadKind::svg:
-      return imageOf(kind, data);
+      return imageOf(kind, bytesOf(data));
     case ReadKind::bytes:
       return bytesOf(data);
     case ReadKind::none:
@@ -335,8 +327,9 @@ std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode m
   if (owner != XCB_NONE) {
     auto const reply = lease->convert(selection, owner, impl.atoms.targets, impl.limits());
     if (reply && reply->format == 32) {
-      std::vector<xcb_atom_t> atoms(reply->data.size() / 4);
-      std::memcpy(atoms.data(), reply->data.data(), atoms.size() * 4);
+      auto const list = reply->joined();
+      std::vector<xcb_atom_t> atoms(list.size() / 4);
+      std::memcpy(atoms.data(), list.data(), atoms.size() * 4);
       for (auto const& mime : mimeTypesFromTargets(impl.atomCache.names(lease->get(), atoms))) {
         out.push_back(fl::i18n::to_ustring(mime));
       }
@@ -364,9 +357,9 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       // Best first; an owner may list a target and still refuse it.
       for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
                                 impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
-        TextSink sink([&](xcb_atom_t type) { return impl.typeName(lease->get(), type); });
-        if (!lease->convert(selection, owner, target, limits, sink)) continue;
-        if (auto text = sink.finish()) {
+        auto const reply = lease->convert(selection, owner, target, limits);
+        if (!reply) continue;
+        if (auto text = textOf(*reply, impl.typeName(lease->get(), reply->type))) {
           result = std::move(*text);
           break;
         }
@@ -382,7 +375,13 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       auto const reply = lease->convert(selection, owner, target, limits);
       // Some owners answer every target with whatever they hold; only the asked type counts.
       if (reply && reply->type == target && reply->format == 8) {
-        result = contentOf(kind, mime, reply->data);
+        if (kind == ReadKind::bytes) {
+          result = reply->bytes();
+        } else if (kind == ReadKind::png || kind == ReadKind::svg) {
+          result = imageOf(kind, reply->bytes());
+        } else {
+          result = contentOf(kind, mime, reply->joined());
+        }
       }
     }
   }

@@ -197,73 +197,74 @@ std::optional<std::u16string> decodeText(std::string_view type, std::string_view
 }
 
 void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
+  // Decoded through a small buffer and appended: resizing the (large) output would first fill
+  // it with zeros.
+  constexpr std::size_t kBlock = 16384;
+  char16_t buffer[kBlock + 2];
   auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
   auto const* const end = p + bytes.size();
-  // At most one unit per byte, plus a pair for a sequence begun in an earlier piece.
-  std::size_t const start = out.size();
-  out.resize(start + bytes.size() + 2);
-  char16_t* o = out.data() + start;
-  auto const emit = [&o](char32_t c) {
-    if (c < 0x10000) {
-      *o++ = static_cast<char16_t>(c);
-    } else {
-      c -= 0x10000;
-      *o++ = static_cast<char16_t>(0xD800 + (c >> 10));
-      *o++ = static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-    }
-  };
   while (p < end) {
-    if (needed_ == 0) {
-      // ASCII runs, eight bytes at a time.
-      while (end - p >= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, p, 8);
-        if (word & 0x8080808080808080ULL) break;
-        for (int i = 0; i < 8; ++i) o[i] = p[i];
-        o += 8;
-        p += 8;
+    // At most one unit per byte, plus a pair for a sequence begun before.
+    auto const* const stop = p + std::min<std::size_t>(static_cast<std::size_t>(end - p), kBlock);
+    char16_t* o = buffer;
+    while (p < stop) {
+      if (needed_ == 0) {
+        // ASCII runs, eight bytes at a time.
+        while (stop - p >= 8) {
+          std::uint64_t word;
+          std::memcpy(&word, p, 8);
+          if (word & 0x8080808080808080ULL) break;
+          for (int i = 0; i < 8; ++i) o[i] = p[i];
+          o += 8;
+          p += 8;
+        }
+        if (p == stop) break;
+        unsigned char const c = *p++;
+        if (c < 0x80) {
+          *o++ = c;
+        } else if (c >= 0xC2 && c <= 0xDF) {
+          needed_ = 1;
+          codePoint_ = c & 0x1F;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+          if (c == 0xE0) lower_ = 0xA0;
+          if (c == 0xED) upper_ = 0x9F;  // no surrogates
+          needed_ = 2;
+          codePoint_ = c & 0x0F;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+          if (c == 0xF0) lower_ = 0x90;
+          if (c == 0xF4) upper_ = 0x8F;  // nothing above U+10FFFF
+          needed_ = 3;
+          codePoint_ = c & 0x07;
+        } else {
+          *o++ = 0xFFFD;
+        }
+        continue;
       }
-      if (p == end) break;
-      unsigned char const c = *p++;
-      if (c < 0x80) {
-        *o++ = c;
-      } else if (c >= 0xC2 && c <= 0xDF) {
-        needed_ = 1;
-        codePoint_ = c & 0x1F;
-      } else if (c >= 0xE0 && c <= 0xEF) {
-        if (c == 0xE0) lower_ = 0xA0;
-        if (c == 0xED) upper_ = 0x9F;  // no surrogates
-        needed_ = 2;
-        codePoint_ = c & 0x0F;
-      } else if (c >= 0xF0 && c <= 0xF4) {
-        if (c == 0xF0) lower_ = 0x90;
-        if (c == 0xF4) upper_ = 0x8F;  // nothing above U+10FFFF
-        needed_ = 3;
-        codePoint_ = c & 0x07;
-      } else {
+      unsigned char const c = *p;
+      if (c < lower_ || c > upper_) {
+        // The sequence ends here, unfinished; this byte starts afresh.
         *o++ = 0xFFFD;
+        needed_ = seen_ = 0;
+        lower_ = 0x80;
+        upper_ = 0xBF;
+        continue;
       }
-      continue;
-    }
-    unsigned char const c = *p;
-    if (c < lower_ || c > upper_) {
-      // The sequence ends here, unfinished; this byte starts afresh.
-      *o++ = 0xFFFD;
-      needed_ = seen_ = 0;
+      ++p;
       lower_ = 0x80;
       upper_ = 0xBF;
-      continue;
+      codePoint_ = (codePoint_ << 6) | (c & 0x3F);
+      if (++seen_ == needed_) {
+        if (codePoint_ < 0x10000) {
+          *o++ = static_cast<char16_t>(codePoint_);
+        } else {
+          *o++ = static_cast<char16_t>(0xD800 + ((codePoint_ - 0x10000) >> 10));
+          *o++ = static_cast<char16_t>(0xDC00 + ((codePoint_ - 0x10000) & 0x3FF));
+        }
+        needed_ = seen_ = 0;
+      }
     }
-    ++p;
-    lower_ = 0x80;
-    upper_ = 0xBF;
-    codePoint_ = (codePoint_ << 6) | (c & 0x3F);
-    if (++seen_ == needed_) {
-      emit(codePoint_);
-      needed_ = seen_ = 0;
-    }
+    out.append(buffer, static_cast<std::size_t>(o - buffer));
   }
-  out.resize(static_cast<std::size_t>(o - out.data()));
 }
 
 void Utf8Decoder::finish(std::u16string& out) {

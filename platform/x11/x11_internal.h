@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -86,28 +87,24 @@ class Connection {
   xcb_window_t window_ = 0;
 };
 
-// What an owner converted a target into.
-struct Reply {
+// What an owner converted a target into, as the property replies that carried it: large
+// transfers are assembled once, at their final size, instead of grown chunk by chunk.
+struct Transfer {
   xcb_atom_t type = XCB_NONE;
   std::uint8_t format = 8;
-  std::string data;
-};
+  std::size_t size = 0;
+  std::vector<Owned<xcb_get_property_reply_t>> pieces;
 
-// Receives a converted target as it arrives, straight from the reply buffers.
-class ReplySink {
- public:
-  virtual ~ReplySink() = default;
-  // The type of what follows, before any data; `sizeHint` may be 0.
-  virtual void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) = 0;
-  virtual void append(char const* data, std::size_t size) = 0;
-};
-
-// Keeps the bytes as they come.
-class BytesSink final : public ReplySink {
- public:
-  void start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) override;
-  void append(char const* data, std::size_t size) override { reply.data.append(data, size); }
-  Reply reply;
+  static std::string_view valueOf(xcb_get_property_reply_t const& piece) {
+    return {static_cast<char const*>(xcb_get_property_value(&piece)),
+            static_cast<std::size_t>(xcb_get_property_value_length(&piece))};
+  }
+  template <class F>
+  void forEachPiece(F&& f) const {
+    for (auto const& piece : pieces) f(valueOf(*piece));
+  }
+  std::string joined() const;
+  std::vector<std::byte> bytes() const;
 };
 
 struct ReadLimits {
@@ -127,11 +124,8 @@ class ReaderConnection {
   xcb_window_t selectionOwner(xcb_atom_t selection);
   // The target converted by the owner; nullopt when the owner refuses. Throws
   // std::runtime_error on a timeout, when the owner goes away, or above limits.maxBytes.
-  std::optional<Reply> convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
-                               ReadLimits const& limits);
-  // The same into `sink`; false when the owner refuses.
-  bool convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
-               ReadLimits const& limits, ReplySink& sink);
+  std::optional<Transfer> convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
+                                  ReadLimits const& limits);
   // A current server timestamp.
   xcb_timestamp_t serverTime(Clock::duration timeout);
 

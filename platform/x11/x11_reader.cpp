@@ -232,21 +232,25 @@ Owned<xcb_get_property_reply_t> ReaderConnection::takeProperty(xcb_atom_t proper
   return reply;
 }
 
-void BytesSink::start(xcb_atom_t type, std::uint8_t format, std::size_t sizeHint) {
-  reply.type = type;
-  reply.format = format;
-  reply.data.reserve(sizeHint);
+std::string Transfer::joined() const {
+  std::string out;
+  out.reserve(size);
+  forEachPiece([&out](std::string_view piece) { out.append(piece); });
+  return out;
 }
 
-std::optional<Reply> ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner,
-                                               xcb_atom_t target, ReadLimits const& limits) {
-  BytesSink sink;
-  if (!convert(selection, owner, target, limits, sink)) return std::nullopt;
-  return std::move(sink.reply);
+std::vector<std::byte> Transfer::bytes() const {
+  std::vector<std::byte> out;
+  out.reserve(size);
+  forEachPiece([&out](std::string_view piece) {
+    auto const* p = reinterpret_cast<std::byte const*>(piece.data());
+    out.insert(out.end(), p, p + piece.size());
+  });
+  return out;
 }
 
-bool ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner, xcb_atom_t target,
-                               ReadLimits const& limits, ReplySink& sink) {
+std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner,
+                                                  xcb_atom_t target, ReadLimits const& limits) {
   drainEvents();
   auto const start = Clock::now();
   auto const end = start + limits.whole;
@@ -276,27 +280,21 @@ bool ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner, xcb_ato
   };
   if (property == XCB_NONE) {
     forgetOwner();
-    return false;
+    return std::nullopt;
   }
 
+  Transfer transfer;
   // Deleting on read also starts an INCR transfer.
-  auto const first = takeProperty(property, limits.maxBytes);
-  auto const* value = static_cast<char const*>(xcb_get_property_value(first.get()));
-  auto const length = static_cast<std::size_t>(xcb_get_property_value_length(first.get()));
+  auto first = takeProperty(property, limits.maxBytes);
   if (first->type != atoms_.incr) {
-    sink.start(first->type, first->format, length);
-    sink.append(value, length);
+    transfer.type = first->type;
+    transfer.format = first->format;
+    transfer.size = Transfer::valueOf(*first).size();
+    transfer.pieces.push_back(std::move(first));
   } else {
-    std::size_t hint = 0;
-    if (first->format == 32 && length >= 4) {
-      std::uint32_t size = 0;
-      std::memcpy(&size, value, 4);
-      hint = std::min<std::size_t>(size, limits.maxBytes);
-    }
+    // The size an INCR owner announces is only a hint (xclip sends none), so it is not used.
     auto const chunkMessage = "the owner stopped sending for " +
                               std::to_string(millisecondsOf(limits.chunk)) + " ms";
-    std::size_t received = 0;
-    bool started = false;
     for (;;) {
       auto const now = Clock::now();
       if (now >= end) throw failure("the transfer took longer than the read timeout");
@@ -307,19 +305,19 @@ bool ReaderConnection::convert(xcb_atom_t selection, xcb_window_t owner, xcb_ato
                 return notify.window == conn_.window() && notify.atom == property &&
                        notify.state == XCB_PROPERTY_NEW_VALUE;
               });
-      auto const chunk = takeProperty(property, limits.maxBytes - received);
-      auto const size = static_cast<std::size_t>(xcb_get_property_value_length(chunk.get()));
-      if (!started) {
-        sink.start(size == 0 ? XCB_NONE : chunk->type, chunk->format, hint);
-        started = true;
-      }
+      auto chunk = takeProperty(property, limits.maxBytes - transfer.size);
+      auto const size = Transfer::valueOf(*chunk).size();
       if (size == 0) break;
-      sink.append(static_cast<char const*>(xcb_get_property_value(chunk.get())), size);
-      received += size;
+      if (transfer.pieces.empty()) {
+        transfer.type = chunk->type;
+        transfer.format = chunk->format;
+      }
+      transfer.size += size;
+      transfer.pieces.push_back(std::move(chunk));
     }
   }
   forgetOwner();
-  return true;
+  return transfer;
 }
 
 xcb_timestamp_t ReaderConnection::serverTime(Clock::duration timeout) {

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <optional>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -274,6 +276,9 @@ INSTANTIATE_TEST_SUITE_P(
         typed("above_max", "int64", "9223372036854775808", rc::ok, i64(int64_max)),
         typed("far_above_max", "int64", "99999999999999999999999", rc::ok, i64(int64_max)),
         typed("min", "int64", "-9223372036854775808", rc::ok, i64(int64_min)),
+        typed("just_above_min", "int64", "-9223372036854775807", rc::ok, i64(int64_min + 1)),
+        typed("just_below_max", "int16", "9223372036854775806", rc::ok, i64(int64_max - 1)),
+        typed("just_below_umax", "uint16", "18446744073709551614", rc::ok, u64(uint64_max - 1)),
         typed("below_min", "int64", "-9223372036854775809", rc::ok, i64(int64_min)),
         typed("far_below_min", "int64", "-99999999999999999999999", rc::ok, i64(int64_min)),
         typed("eighteen_digits", "int8", "-999999999999999999", rc::ok, i64(-999999999999999999)),
@@ -618,6 +623,58 @@ TEST(TypedData, ArrayReadersKeepOutputOnFailure) {
     EXPECT_NE(foundation::json::parse_uint64_array(pos, text.end(), false, out), rc::ok);
     EXPECT_TRUE(out == before);
   }
+}
+
+TEST(TypedData, ElementsOfEveryLengthMatchTheCLibrary) {
+  // strtoll and strtoull saturate the same way; a negative unsigned element is 0 instead.
+  std::mt19937_64 engine(7);
+  std::vector<std::string> elements;
+  for (int length = 1; length <= 24; ++length) {
+    for (int sample = 0; sample < 20; ++sample) {
+      std::string digits(1, static_cast<char>('1' + engine() % 9));
+      while (static_cast<int>(digits.size()) < length) {
+        digits += static_cast<char>('0' + engine() % 10);
+      }
+      elements.push_back(sample % 2 == 0 ? digits : "-" + digits);
+    }
+  }
+  elements.push_back("0");
+  elements.push_back("-0");
+  // Each element once at the end of the text, where fewer than eight bytes follow it.
+  for (std::size_t last = 0; last < elements.size(); ++last) {
+    std::string joined;
+    for (std::size_t i = 0; i <= last; i += (i + 7 < last ? 7 : 1)) {
+      joined += (joined.empty() ? "" : ",") + elements[i];
+    }
+    std::string const source = "[" + joined + "]";
+    Array expected_signed;
+    Array expected_unsigned;
+    for (std::size_t i = 0; i <= last; i += (i + 7 < last ? 7 : 1)) {
+      char const* const text = elements[i].c_str();
+      expected_signed.emplace_back(static_cast<long>(std::strtoll(text, nullptr, 10)));
+      expected_unsigned.emplace_back(
+          text[0] == '-' ? 0UL : static_cast<unsigned long>(std::strtoull(text, nullptr, 10)));
+    }
+    Text const text(source);
+    char const* pos = text.begin();
+    Array out;
+    ASSERT_EQ(foundation::json::parse_int64_array(pos, text.end(), false, out), rc::ok) << source;
+    EXPECT_TRUE(out == expected_signed) << source;
+    pos = text.begin();
+    ASSERT_EQ(foundation::json::parse_uint64_array(pos, text.end(), false, out), rc::ok) << source;
+    EXPECT_TRUE(out == expected_unsigned) << source;
+  }
+}
+
+TEST(TypedData, CommentsBetweenElements) {
+  Text const text("[1/*a*/,/*b*/-2 // c\n]");
+  char const* pos = text.begin();
+  Array out;
+  ASSERT_EQ(foundation::json::parse_int64_array(pos, text.end(), true, out), rc::ok);
+  EXPECT_TRUE(out == (Array{i64(1), i64(-2)}));
+  pos = text.begin();
+  EXPECT_EQ(foundation::json::parse_int64_array(pos, text.end(), false, out),
+            rc::expected_comma_or_bracket);
 }
 
 TEST(IsTypeName, EightNamesExactly) {

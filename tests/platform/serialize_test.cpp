@@ -94,8 +94,8 @@ void write_file(std::string const& path, std::string const& content) {
 ParseResult parse_strictly(std::string const& json) {
   // Unique per process and test: ctest runs test programs side by side.
   testing::TestInfo const* const test = testing::UnitTest::GetInstance()->current_test_info();
-  std::string name = std::string(test->test_suite_name()) + "_" + test->name() + "_" +
-                     std::to_string(::getpid());
+  std::string name =
+      std::string(test->test_suite_name()) + "_" + test->name() + "_" + std::to_string(::getpid());
   for (char& c : name) {
     if (c == '/') {
       c = '_';
@@ -108,8 +108,8 @@ ParseResult parse_strictly(std::string const& json) {
   std::string const error = base + ".err";
   write_file(script, kCanonicalizer);
   write_file(input, json);
-  std::string const command = "python3 '" + script + "' '" + input + "' > '" + output +
-                              "' 2> '" + error + "'";
+  std::string const command =
+      "python3 '" + script + "' '" + input + "' > '" + output + "' 2> '" + error + "'";
   ParseResult result;
   result.status = std::system(command.c_str());
   std::istringstream lines(read_file(output));
@@ -191,7 +191,9 @@ class Matcher {
     std::vector<std::string> const words = split(line);
     switch (expected.kind()) {
       case fj::Kind::undefined:
-      case fj::Kind::null: EXPECT_EQ(line, "Z") << path; return;
+      case fj::Kind::null:
+        EXPECT_EQ(line, "Z") << path;
+        return;
       case fj::Kind::boolean:
         EXPECT_EQ(line, expected.get<bool>() ? "B 1" : "B 0") << path;
         return;
@@ -307,7 +309,9 @@ struct ExactCase {
 
 class ExactTextTest : public testing::TestWithParam<ExactCase> {};
 
-TEST_P(ExactTextTest, Writes) { EXPECT_EQ(fj::serialize(GetParam().value), GetParam().text); }
+TEST_P(ExactTextTest, Writes) {
+  EXPECT_EQ(fj::serialize(GetParam().value), GetParam().text);
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Forms, ExactTextTest,
@@ -317,12 +321,18 @@ INSTANTIATE_TEST_SUITE_P(
         ExactCase{"EmptyString", Value(""), "\"\""}, ExactCase{"EmptyArray", Value(Array{}), "[]"},
         ExactCase{"EmptyObject", Value(Object{}), "{}"},
         ExactCase{"NamedEscapes", Value("\b\f\n\r\t"), R"("\b\f\n\r\t")"},
-        ExactCase{"OtherControls", Value(std::string("\x00\x01\x1F", 3)), R"("\u0000\u0001\u001F")"},
+        ExactCase{"OtherControls", Value(std::string("\x00\x01\x1F", 3)),
+                  R"("\u0000\u0001\u001F")"},
         ExactCase{"QuoteAndBackslash", Value("say \"hi\" \\o/"), R"("say \"hi\" \\o/")"},
         ExactCase{"DeleteAndSlashAsThey", Value("\x7F/"), "\"\x7F/\""},
-        ExactCase{"ReplacedBytes", Value("a\xFF" "b"), "\"a\xEF\xBF\xBD" "b\""},
+        ExactCase{"ReplacedBytes",
+                  Value("a\xFF"
+                        "b"),
+                  "\"a\xEF\xBF\xBD"
+                  "b\""},
         ExactCase{"MapOrder",
-                  Value(Object{{"b", Value(1L)}, {"a", Value(Array{Value(2L), Value()})},
+                  Value(Object{{"b", Value(1L)},
+                               {"a", Value(Array{Value(2L), Value()})},
                                {"B", Value(fj::Null())}}),
                   R"({"B":null,"a":[2,null],"b":1})"},
         ExactCase{"Nested",
@@ -409,8 +419,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadBytes{"SurrogateHigh", "\xED\xA0\x80", FFFD FFFD FFFD},
                     BadBytes{"SurrogateLow", "\xED\xBF\xBF", FFFD FFFD FFFD},
                     BadBytes{"Above10FFFF", "\xF4\x90\x80\x80", FFFD FFFD FFFD FFFD},
-                    BadBytes{"LeadF5", "\xF5\x80", FFFD FFFD},
-                    BadBytes{"LeadFF", "\xFF", FFFD},
+                    BadBytes{"LeadF5", "\xF5\x80", FFFD FFFD}, BadBytes{"LeadFF", "\xFF", FFFD},
                     BadBytes{"TruncatedTwo", "\xDF", FFFD},
                     BadBytes{"TruncatedThree", "\xE2\x82", FFFD},
                     BadBytes{"TruncatedFour", "\xF0\x9F\x98", FFFD},

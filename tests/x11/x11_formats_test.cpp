@@ -1,6 +1,7 @@
 // The wire formats, without a display.
 #include <gtest/gtest.h>
 
+#include "platform/i18n.hpp"
 #include "platform/x11/x11_formats.hpp"
 
 namespace {
@@ -109,6 +110,35 @@ INSTANTIATE_TEST_SUITE_P(
                       Utf8Case{"\xED\xA0\x80", false},           // surrogate
                       Utf8Case{"\xF4\x90\x80\x80", false},       // above U+10FFFF
                       Utf8Case{"\x80", false}, Utf8Case{"\xE2\x28\xA1", false}));
+
+class StreamedUtf8 : public ::testing::TestWithParam<std::string> {};
+
+// Whatever the pieces, the streamed decoding equals the library's one-shot conversion.
+TEST_P(StreamedUtf8, MatchesTheOneShotConversionAtEverySplit) {
+  std::string const& bytes = GetParam();
+  auto const whole = fl::i18n::to_ustring(bytes);
+  for (std::size_t a = 0; a <= bytes.size(); ++a) {
+    for (std::size_t b = a; b <= bytes.size(); ++b) {
+      Utf8Decoder decoder;
+      std::u16string out;
+      decoder.feed(std::string_view(bytes).substr(0, a), out);
+      decoder.feed(std::string_view(bytes).substr(a, b - a), out);
+      decoder.feed(std::string_view(bytes).substr(b), out);
+      decoder.finish(out);
+      ASSERT_EQ(out, whole) << "split at " << a << " and " << b;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, StreamedUtf8,
+    ::testing::Values("", "ascii only, longer than eight bytes",
+                      "caf\xC3\xA9 \xE2\x98\x83 \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF",
+                      "\xC3", "\xE2\x98", "\xF0\x9F\x98",        // cut short
+                      "\xC3(\xE2\x98x\xF0\x9F\x98y",             // cut short, then more
+                      "\x80\xBF\xFE\xFF\xC0\xAF\xC1\xBF",         // never valid
+                      "\xE0\x80\xAF\xED\xA0\x80\xF4\x90\x80\x80", // overlong, surrogate, too big
+                      "\xF0\x80\x80\x80" "abcdefgh\xE0\xA0\x80"));
 
 TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
   EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");
