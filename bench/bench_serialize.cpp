@@ -1,12 +1,12 @@
 // foundation::json::serialize against RapidJSON's Writer writing the same document (held in a
-// rapidjson::Document, as ours is held in a Value), with a memcpy of the same number of bytes as
-// the ceiling. Rates are bytes of the document's JSON text
-// (as serialize writes it) per second, for every contender.
+// rapidjson::Document, as ours is held in a Value), with a memcpy of the same number of bytes
+// as the ceiling. Rates are bytes of the document's JSON text, as serialize writes it, per
+// second, for every contender.
 //
 // Documents:
-//  - large_text: a reply with one 16 MB string member (about 1% of the characters need an
+//  - LargeText: a reply with one 16 MB string member (about 1% of the characters need an
 //    escape, some are two- to four-byte UTF-8) and a few small members;
-//  - many_values: an array of 100000 small objects (ids, names, ratios, flags).
+//  - ManyValues: an array of 100000 small objects (ids, names, ratios, flags).
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>

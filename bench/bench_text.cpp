@@ -1,6 +1,10 @@
 // UTF-8 <-> UTF-16 conversion: fl::i18n against utfcpp, iconv and std::codecvt, with memcpy of
 // the same bytes as the ceiling. Every benchmark counts the UTF-8 size of the text, whichever
-// way it converts, so the rates of both directions compare directly.
+// way it converts, so the rates of both directions compare directly; each conversion returns a
+// new string, as fl::i18n does.
+//
+// Texts of 16 MB: mostly_ascii (about one character in a hundred takes two to four bytes),
+// ascii, and cjk (mostly three-byte ideographs).
 #include <benchmark/benchmark.h>
 #include <iconv.h>
 #include <utf8.h>
@@ -119,14 +123,16 @@ class Iconv {
   iconv_t cd_;
 };
 
+// iconv converts into a scratch buffer sized for the worst case once, outside the loop; each
+// iteration then makes its result string from what was written.
 void to16_iconv(benchmark::State& state, Corpus corpus) {
   std::string const& in = text(corpus);
   Iconv cd("UTF-16LE", "UTF-8");
+  std::vector<char16_t> scratch(in.size());
   for (auto _ : state) {
-    std::u16string out(in.size(), u'\0');
-    std::size_t const bytes =
-        cd.convert(in.data(), in.size(), reinterpret_cast<char*>(out.data()), out.size() * 2);
-    out.resize(bytes / 2);
+    std::size_t const bytes = cd.convert(
+        in.data(), in.size(), reinterpret_cast<char*>(scratch.data()), scratch.size() * 2);
+    std::u16string out(scratch.data(), bytes / 2);
     benchmark::DoNotOptimize(out.data());
   }
   finish(state, corpus);
@@ -184,10 +190,11 @@ void to8_utfcpp(benchmark::State& state, Corpus corpus) {
 void to8_iconv(benchmark::State& state, Corpus corpus) {
   std::u16string const& in = text16(corpus);
   Iconv cd("UTF-8", "UTF-16LE");
+  std::vector<char> scratch(in.size() * 3);
   for (auto _ : state) {
-    std::string out(in.size() * 3, '\0');
-    out.resize(cd.convert(reinterpret_cast<char const*>(in.data()), in.size() * 2, out.data(),
-                          out.size()));
+    std::size_t const bytes = cd.convert(reinterpret_cast<char const*>(in.data()), in.size() * 2,
+                                         scratch.data(), scratch.size());
+    std::string out(scratch.data(), bytes);
     benchmark::DoNotOptimize(out.data());
   }
   finish(state, corpus);

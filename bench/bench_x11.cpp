@@ -33,13 +33,17 @@ pid_t spawn(std::vector<std::string> const& argv, std::string const& display, in
             int fd3 = -1) {
   std::vector<std::string> env;
   for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "DISPLAY=", 8) != 0) env.emplace_back(*e);
+    if (std::strncmp(*e, "DISPLAY=", 8) != 0)
+      env.emplace_back(*e);
   }
-  if (!display.empty()) env.push_back("DISPLAY=" + display);
+  if (!display.empty())
+    env.push_back("DISPLAY=" + display);
   std::vector<char*> args, envp;
-  for (auto const& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  for (auto const& a : argv)
+    args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
-  for (auto const& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+  for (auto const& e : env)
+    envp.push_back(const_cast<char*>(e.c_str()));
   envp.push_back(nullptr);
   pid_t const pid = ::fork();
   if (pid == 0) {
@@ -48,7 +52,8 @@ pid_t spawn(std::vector<std::string> const& argv, std::string const& display, in
     ::dup2(in, 0);
     ::dup2(out, 1);
     ::dup2(out, 2);
-    if (fd3 >= 0) ::dup2(fd3, 3);
+    if (fd3 >= 0)
+      ::dup2(fd3, 3);
     ::execvpe(args[0], args.data(), envp.data());
     _exit(127);
   }
@@ -65,7 +70,8 @@ void stop(pid_t pid) {
   ::kill(pid, SIGTERM);
   for (int i = 0; i < 200; ++i) {
     int status = 0;
-    if (::waitpid(pid, &status, WNOHANG) == pid) return;
+    if (::waitpid(pid, &status, WNOHANG) == pid)
+      return;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   ::kill(pid, SIGKILL);
@@ -78,33 +84,39 @@ class Stage {
   Stage() {
     devnull_ = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     int fds[2];
-    if (::pipe(fds) != 0) throw std::runtime_error("pipe");
-    xvfb_ = spawn({"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-noreset", "-screen", "0",
-                   "640x480x24"},
-                  "", devnull_, devnull_, fds[1]);
+    if (::pipe(fds) != 0)
+      throw std::runtime_error("pipe");
+    xvfb_ = spawn(
+        {"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-noreset", "-screen", "0", "640x480x24"},
+        "", devnull_, devnull_, fds[1]);
     ::close(fds[1]);
     std::string number;
     pollfd pfd{fds[0], POLLIN, 0};
     while ((number.empty() || number.back() != '\n') && ::poll(&pfd, 1, 10000) > 0) {
       char c;
-      if (::read(fds[0], &c, 1) != 1) break;
+      if (::read(fds[0], &c, 1) != 1)
+        break;
       number += c;
     }
     ::close(fds[0]);
-    if (number.empty()) throw std::runtime_error("Xvfb did not start");
+    if (number.empty())
+      throw std::runtime_error("Xvfb did not start");
     number.pop_back();
     display_ = ":" + number;
 
     big_ = std::string(64u << 20, 'x');
-    for (std::size_t i = 0; i < big_.size(); i += 61) big_[i] = static_cast<char>('a' + i % 26);
+    for (std::size_t i = 0; i < big_.size(); i += 61)
+      big_[i] = static_cast<char>('a' + i % 26);
     small_ = big_.substr(0, 1024);
     owners_.push_back(own("clipboard", big_, "big"));
     owners_.push_back(own("primary", small_, "small"));
   }
   ~Stage() {
-    for (auto pid : owners_) stop(pid);
+    for (auto pid : owners_)
+      stop(pid);
     stop(xvfb_);
-    for (auto const& file : files_) std::remove(file.c_str());
+    for (auto const& file : files_)
+      std::remove(file.c_str());
     ::close(devnull_);
   }
 
@@ -115,7 +127,8 @@ class Stage {
   // A whole `xclip -o` process; the bytes it wrote are counted, not kept.
   std::size_t xclipOut(char const* selection) const {
     int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    if (::pipe2(fds, O_CLOEXEC) != 0)
+      throw std::runtime_error("pipe");
     pid_t const pid = spawn({"xclip", "-selection", selection, "-o"}, display_, devnull_, fds[1]);
     ::close(fds[1]);
     std::size_t total = 0;
@@ -133,8 +146,8 @@ class Stage {
     std::string const path = "/tmp/bench_x11_" + std::to_string(::getpid()) + "_" + name;
     std::ofstream(path, std::ios::binary) << contents;
     files_.push_back(path);
-    pid_t const pid =
-        spawn({"xclip", "-selection", selection, "-i", "-quiet", path}, display_, devnull_, devnull_);
+    pid_t const pid = spawn({"xclip", "-selection", selection, "-i", "-quiet", path}, display_,
+                            devnull_, devnull_);
     // Owned once a read gets the whole text back.
     for (int i = 0; i < 400 && xclipOut(selection) != contents.size(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));

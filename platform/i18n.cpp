@@ -245,9 +245,8 @@ std::size_t utf8_length(char16_t const* begin, char16_t const* end) {
 }
 
 // Writes one unit that is not ASCII (two for a pair) and moves `p` past it. The two- and
-// three-byte forms are chosen with selects rather than branches: in text that mixes them a
-// branch would be mispredicted about every other time.
-// Needs room for three bytes even when it writes two.
+// three-byte forms are chosen with selects rather than branches, since in text that mixes them
+// a branch would often be mispredicted; so a two-byte form, too, needs room for three.
 inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
   char32_t cp = *p++;
   if ((cp & 0xF800) == 0xD800) {

@@ -123,7 +123,8 @@ inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
 }
 
 // Appends to a string through a small local buffer, so that the many short pieces of a
-// document (punctuation, escapes, numbers, short runs) cost no call into std::string each.
+// document (punctuation, escapes, numbers, blocks of string text) cost no call into
+// std::string each.
 class Output {
  public:
   explicit Output(std::string& text) : text_(text) {}
@@ -147,16 +148,10 @@ class Output {
 
   void commit(std::size_t size) { used_ += size; }
 
+  // A short piece (at most kSize bytes).
   void write(char const* data, std::size_t size) {
-    if (size > kSize - used_) {
-      flush();
-      if (size >= kSize / 2) {
-        text_.append(data, size);
-        return;
-      }
-    }
-    std::memcpy(buffer_ + used_, data, size);
-    used_ += size;
+    std::memcpy(room(size), data, size);
+    commit(size);
   }
 
   template <std::size_t N>

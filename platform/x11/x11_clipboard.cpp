@@ -37,7 +37,8 @@ Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
     std::unique_lock<std::mutex> lock(state->mutex);
     for (;;) {
       state->wake.wait(lock, [&] { return state->stop || !state->queue.empty(); });
-      if (state->stop) return;
+      if (state->stop)
+        return;
       auto const mode = state->queue.front();
       state->queue.pop_front();
       lock.unlock();
@@ -51,7 +52,9 @@ Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
   });
 }
 
-Notifier::~Notifier() { stop(); }
+Notifier::~Notifier() {
+  stop();
+}
 
 void Notifier::stop() {
   {
@@ -59,7 +62,8 @@ void Notifier::stop() {
     state_->stop = true;
   }
   state_->wake.notify_all();
-  if (!thread_.joinable()) return;
+  if (!thread_.joinable())
+    return;
   if (thread_.get_id() == std::this_thread::get_id()) {
     thread_.detach();  // stopped from a listener: the thread ends once it returns
   } else {
@@ -70,7 +74,8 @@ void Notifier::stop() {
 void Notifier::post(PFClipboardMode mode) {
   {
     std::lock_guard<std::mutex> lock(state_->mutex);
-    if (state_->stop) return;
+    if (state_->stop)
+      return;
     state_->queue.push_back(mode);
   }
   state_->wake.notify_one();
@@ -83,7 +88,9 @@ void Notifier::post(PFClipboardMode mode) {
 
 namespace {
 
-std::string utf8Of(std::u16string const& text) { return fl::i18n::ustring_to_utf8(text); }
+std::string utf8Of(std::u16string const& text) {
+  return fl::i18n::ustring_to_utf8(text);
+}
 
 void checkMode(PFClipboardMode mode) {
   if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
@@ -93,20 +100,23 @@ void checkMode(PFClipboardMode mode) {
 
 std::vector<std::byte> bytesOf(std::string const& data) {
   std::vector<std::byte> out(data.size());
-  if (!data.empty()) std::memcpy(out.data(), data.data(), data.size());
+  if (!data.empty())
+    std::memcpy(out.data(), data.data(), data.size());
   return out;
 }
 
 std::string stringOf(std::vector<std::byte> const& bytes) {
   std::string out(bytes.size(), '\0');
-  if (!bytes.empty()) std::memcpy(out.data(), bytes.data(), bytes.size());
+  if (!bytes.empty())
+    std::memcpy(out.data(), bytes.data(), bytes.size());
   return out;
 }
 
 std::shared_ptr<pf::graphics::PFGraphics> imageOf(ReadKind kind, std::vector<std::byte> bytes) {
-  return std::make_shared<pf::graphics::PFImage>(
-      kind == ReadKind::svg ? pf::graphics::PFImage::Format::svg : pf::graphics::PFImage::Format::png,
-      std::move(bytes));
+  return std::make_shared<pf::graphics::PFImage>(kind == ReadKind::svg
+                                                     ? pf::graphics::PFImage::Format::svg
+                                                     : pf::graphics::PFImage::Format::png,
+                                                 std::move(bytes));
 }
 
 // A target before its atom is known.
@@ -123,7 +133,8 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
                            std::shared_ptr<std::string const> const& bytes) {
     bool const have = std::any_of(plan.begin(), plan.end(),
                                   [&](PlannedTarget const& t) { return t.name == name; });
-    if (!have) plan.push_back({std::move(name), std::move(type), bytes});
+    if (!have)
+      plan.push_back({std::move(name), std::move(type), bytes});
   };
   for (auto const& [mime16, content] : data.entries()) {
     std::string const mime = utf8Of(mime16);
@@ -150,8 +161,10 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
         add("application/x-kde-cutselection", "application/x-kde-cutselection",
             std::make_shared<std::string const>("1"));
       }
-    } else if (auto const* image = std::get_if<std::shared_ptr<pf::graphics::PFGraphics>>(&content)) {
-      if (!*image) continue;
+    } else if (auto const* image =
+                   std::get_if<std::shared_ptr<pf::graphics::PFGraphics>>(&content)) {
+      if (!*image)
+        continue;
       bool const svg = (*image)->kind() == pf::graphics::kVectorImage;
       std::unique_ptr<pf::graphics::PFEncodedImage> encoded;
       try {
@@ -160,11 +173,13 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
       } catch (std::exception const&) {
         continue;  // an image we cannot produce is not offered
       }
-      if (!encoded) continue;
+      if (!encoded)
+        continue;
       std::string const name = svg ? "image/svg+xml" : "image/png";
       add(name, name, std::make_shared<std::string const>(stringOf(encoded->bytes)));
     } else if (auto const* bytes = std::get_if<std::vector<std::byte>>(&content)) {
-      if (!isMetaTarget(mime)) add(mime, mime, std::make_shared<std::string const>(stringOf(*bytes)));
+      if (!isMetaTarget(mime))
+        add(mime, mime, std::make_shared<std::string const>(stringOf(*bytes)));
     }
   }
   return plan;
@@ -174,17 +189,20 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
 // contents stay as they are. Only an optimization: kernels without it just say no.
 void prefault(void* data, std::size_t size) {
   constexpr std::size_t kWorthIt = std::size_t{8} << 20;
-  if (size < kWorthIt) return;
+  if (size < kWorthIt)
+    return;
   auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
   auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
-  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+  if (end > begin)
+    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
 }
 
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
 // decoded piece by piece into a string reserved once.
 std::optional<std::u16string> textOf(Transfer const& transfer, std::string const& typeName) {
-  if (transfer.format != 8) return std::nullopt;
+  if (transfer.format != 8)
+    return std::nullopt;
   if (textEncodingOfType(typeName) != TextEncoding::utf8) {
     return decodeText(typeName, transfer.joined());
   }
@@ -194,7 +212,8 @@ std::optional<std::u16string> textOf(Transfer const& transfer, std::string const
   Utf8Decoder decoder;
   transfer.forEachPiece([&](std::string_view piece) { decoder.feed(piece, text); });
   decoder.finish(text);
-  if (!text.empty() && text.back() == u'\0') text.pop_back();
+  if (!text.empty() && text.back() == u'\0')
+    text.pop_back();
   return text;
 }
 
@@ -202,11 +221,13 @@ std::optional<std::u16string> textOf(Transfer const& transfer, std::string const
 ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data) {
   switch (kind) {
     case ReadKind::text:
-      if (auto text = decodeText(typeName, data)) return std::move(*text);
+      if (auto text = decodeText(typeName, data))
+        return std::move(*text);
       return {};
     case ReadKind::uriList: {
       auto paths = decodeUriList(data);
-      if (paths.empty()) return {};
+      if (paths.empty())
+        return {};
       return paths;
     }
     case ReadKind::png:
@@ -238,10 +259,14 @@ struct PFX11Clipboard::Impl {
   }
 
   std::string typeName(xcb_connection_t* conn, xcb_atom_t type) {
-    if (type == atoms.utf8String) return "UTF8_STRING";
-    if (type == atoms.string) return "STRING";
-    if (type == atoms.textPlain) return "text/plain";
-    if (type == atoms.textPlainUtf8) return "text/plain;charset=utf-8";
+    if (type == atoms.utf8String)
+      return "UTF8_STRING";
+    if (type == atoms.string)
+      return "STRING";
+    if (type == atoms.textPlain)
+      return "text/plain";
+    if (type == atoms.textPlainUtf8)
+      return "text/plain;charset=utf-8";
     return atomCache.name(conn, type);
   }
 
@@ -249,26 +274,31 @@ struct PFX11Clipboard::Impl {
   // another program would get for that target.
   static ClipboardContent readOwn(Payload const& payload, std::string const& mime, ReadKind kind) {
     for (auto const& [name, content] : payload.data->entries()) {
-      if (equalsNoCase(utf8Of(name), mime)) return content;
+      if (equalsNoCase(utf8Of(name), mime))
+        return content;
     }
     if (kind == ReadKind::text) {
       for (auto const& [name, content] : payload.data->entries()) {
-        if (content.index() == 1 && isTextTarget(utf8Of(name))) return content;
+        if (content.index() == 1 && isTextTarget(utf8Of(name)))
+          return content;
       }
       return {};
     }
     std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
     for (auto const& served : payload.targets) {
-      if (equalsNoCase(served.name, wanted)) return contentOf(kind, served.name, *served.data);
+      if (equalsNoCase(served.name, wanted))
+        return contentOf(kind, served.name, *served.data);
     }
     return {};
   }
 
   static std::vector<std::u16string> listOwn(Payload const& payload) {
     std::vector<std::string> names;
-    for (auto const& entry : payload.data->entries()) names.push_back(utf8Of(entry.first));
+    for (auto const& entry : payload.data->entries())
+      names.push_back(utf8Of(entry.first));
     std::vector<std::u16string> out;
-    for (auto const& mime : mimeTypesFromTargets(names)) out.push_back(fl::i18n::to_ustring(mime));
+    for (auto const& mime : mimeTypesFromTargets(names))
+      out.push_back(fl::i18n::to_ustring(mime));
     return out;
   }
 };
@@ -285,8 +315,10 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
   bool const emit = impl.options.emitChangeEvents;
   auto hook = impl.options.onSelectionChanged;
   impl.notifier = std::make_shared<Notifier>([emit, hook](PFClipboardMode mode) {
-    if (emit && mode == PFClipboardMode::clipboard) notifyClipboardChanged();
-    if (hook) hook(mode);
+    if (emit && mode == PFClipboardMode::clipboard)
+      notifyClipboardChanged();
+    if (hook)
+      hook(mode);
   });
   OwnerConfig config;
   config.display = impl.options.display;
@@ -297,7 +329,8 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
   // The event thread may still report a change while we are being destroyed; the shared
   // notifier makes that a no-op instead of a dangling call.
   impl.owner = std::make_unique<Owner>(
-      config, impl.atoms, [notifier = impl.notifier](PFClipboardMode mode) { notifier->post(mode); });
+      config, impl.atoms,
+      [notifier = impl.notifier](PFClipboardMode mode) { notifier->post(mode); });
 }
 
 PFX11Clipboard::~PFX11Clipboard() {
@@ -313,12 +346,15 @@ bool PFX11Clipboard::ownsSelection(PFClipboardMode mode) const {
   return impl_->owner->payload(mode) != nullptr;
 }
 
-std::size_t PFX11Clipboard::incrThreshold() const noexcept { return impl_->owner->threshold(); }
+std::size_t PFX11Clipboard::incrThreshold() const noexcept {
+  return impl_->owner->threshold();
+}
 
 std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode mode) {
   checkMode(mode);
   auto& impl = *impl_;
-  if (auto const own = impl.owner->payload(mode)) return Impl::listOwn(*own);
+  if (auto const own = impl.owner->payload(mode))
+    return Impl::listOwn(*own);
 
   auto lease = impl.readers->acquire();
   auto const selection = impl.atoms.selection(mode);
@@ -344,8 +380,10 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
   auto& impl = *impl_;
   std::string const mime = utf8Of(mimeType);
   auto const kind = readKindOf(mime);
-  if (kind == ReadKind::none) return {};
-  if (auto const own = impl.owner->payload(mode)) return Impl::readOwn(*own, mime, kind);
+  if (kind == ReadKind::none)
+    return {};
+  if (auto const own = impl.owner->payload(mode))
+    return Impl::readOwn(*own, mime, kind);
 
   auto lease = impl.readers->acquire();
   auto const selection = impl.atoms.selection(mode);
@@ -358,7 +396,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
                                 impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
         auto const reply = lease->convert(selection, owner, target, limits);
-        if (!reply) continue;
+        if (!reply)
+          continue;
         if (auto text = textOf(*reply, impl.typeName(lease->get(), reply->type))) {
           result = std::move(*text);
           break;
@@ -367,10 +406,18 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
     } else {
       xcb_atom_t target = XCB_NONE;
       switch (kind) {
-        case ReadKind::uriList: target = impl.atoms.uriList; break;
-        case ReadKind::png: target = impl.atoms.png; break;
-        case ReadKind::svg: target = impl.atoms.svg; break;
-        default: target = impl.atomCache.intern(lease->get(), {mime}).front(); break;
+        case ReadKind::uriList:
+          target = impl.atoms.uriList;
+          break;
+        case ReadKind::png:
+          target = impl.atoms.png;
+          break;
+        case ReadKind::svg:
+          target = impl.atoms.svg;
+          break;
+        default:
+          target = impl.atomCache.intern(lease->get(), {mime}).front();
+          break;
       }
       auto const reply = lease->convert(selection, owner, target, limits);
       // Some owners answer every target with whatever they hold; only the asked type counts.
@@ -391,7 +438,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
 
 void PFX11Clipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
   checkMode(mode);
-  if (!data) throw std::invalid_argument("X11 clipboard: no payload");
+  if (!data)
+    throw std::invalid_argument("X11 clipboard: no payload");
   auto& impl = *impl_;
   auto plan = planTargets(*data);
   for (auto const& planned : plan) {

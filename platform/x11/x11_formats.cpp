@@ -10,11 +10,15 @@
 namespace pf::clipboard::x11 {
 namespace {
 
-char lowerAscii(char c) noexcept { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char lowerAscii(char c) noexcept {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 std::string_view trimSpaces(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t'))
+    s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t'))
+    s.remove_suffix(1);
   return s;
 }
 
@@ -59,14 +63,17 @@ std::u16string utf16FromBytes(std::string_view bytes) {
     auto const hi = static_cast<unsigned char>(bytes[i + (bigEndian ? 0 : 1)]);
     out.push_back(static_cast<char16_t>(lo | (hi << 8)));
   }
-  if (!out.empty() && out.back() == u'\0') out.pop_back();
+  if (!out.empty() && out.back() == u'\0')
+    out.pop_back();
   return out;
 }
 
 int hexValue(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= '0' && c <= '9')
+    return c - '0';
   c = lowerAscii(c);
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
   return -1;
 }
 
@@ -90,10 +97,27 @@ std::string percentDecode(std::string_view text) {
 
 // Characters a file URI path keeps as they are (RFC 3986 unreserved, sub-delims, ':', '@', '/').
 bool keptInUriPath(unsigned char c) noexcept {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
+    return true;
   switch (c) {
-    case '-': case '.': case '_': case '~': case '!': case '$': case '&': case '\'': case '(':
-    case ')': case '*': case '+': case ',': case ';': case '=': case ':': case '@': case '/':
+    case '-':
+    case '.':
+    case '_':
+    case '~':
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':
+    case ':':
+    case '@':
+    case '/':
       return true;
     default:
       return false;
@@ -103,12 +127,14 @@ bool keptInUriPath(unsigned char c) noexcept {
 // "scheme:" at the start of the text (RFC 3986: ALPHA *( ALPHA / DIGIT / "+" / "-" / "." )).
 bool hasUriScheme(std::string_view text) {
   auto const colon = text.find(':');
-  if (colon == std::string_view::npos || colon < 2) return false;  // "C:" is no scheme
+  if (colon == std::string_view::npos || colon < 2)
+    return false;  // "C:" is no scheme
   for (std::size_t i = 0; i < colon; ++i) {
     char const c = text[i];
     bool const alpha = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
     bool const other = (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
-    if (!(alpha || (i > 0 && other))) return false;
+    if (!(alpha || (i > 0 && other)))
+      return false;
   }
   return true;
 }
@@ -116,9 +142,11 @@ bool hasUriScheme(std::string_view text) {
 }  // namespace
 
 bool equalsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
+  if (a.size() != b.size())
+    return false;
   for (std::size_t i = 0; i < a.size(); ++i) {
-    if (lowerAscii(a[i]) != lowerAscii(b[i])) return false;
+    if (lowerAscii(a[i]) != lowerAscii(b[i]))
+      return false;
   }
   return true;
 }
@@ -134,17 +162,22 @@ bool isTextTarget(std::string_view name) {
 
 bool isMetaTarget(std::string_view name) {
   static constexpr std::array<std::string_view, 12> kMeta = {
-      "TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS", "DELETE",    "INCR",
+      "TARGETS", "MULTIPLE",  "TIMESTAMP",        "SAVE_TARGETS",    "DELETE",        "INCR",
       "LENGTH",  "ATOM_PAIR", "INSERT_SELECTION", "INSERT_PROPERTY", "CLIENT_WINDOW", "NULL"};
   return std::find(kMeta.begin(), kMeta.end(), name) != kMeta.end();
 }
 
 ReadKind readKindOf(std::string_view mime) {
-  if (isMetaTarget(mime)) return ReadKind::none;
-  if (isTextTarget(mime)) return ReadKind::text;
-  if (equalsNoCase(mime, "text/uri-list")) return ReadKind::uriList;
-  if (equalsNoCase(mime, "image/png")) return ReadKind::png;
-  if (equalsNoCase(mime, "image/svg+xml") || equalsNoCase(mime, "image/svg")) return ReadKind::svg;
+  if (isMetaTarget(mime))
+    return ReadKind::none;
+  if (isTextTarget(mime))
+    return ReadKind::text;
+  if (equalsNoCase(mime, "text/uri-list"))
+    return ReadKind::uriList;
+  if (equalsNoCase(mime, "image/png"))
+    return ReadKind::png;
+  if (equalsNoCase(mime, "image/svg+xml") || equalsNoCase(mime, "image/svg"))
+    return ReadKind::svg;
   return ReadKind::bytes;
 }
 
@@ -156,7 +189,8 @@ std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& ta
   };
   for (auto const& name : targets) {
     if (isTextTarget(name)) {
-      if (!seen("text/plain")) out.emplace_back("text/plain");
+      if (!seen("text/plain"))
+        out.emplace_back("text/plain");
     } else if (!isMetaTarget(name) && name.find('/') != std::string::npos && !seen(name)) {
       out.push_back(name);
     }
@@ -165,13 +199,19 @@ std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& ta
 }
 
 TextEncoding textEncodingOfType(std::string_view type) {
-  if (type == "UTF8_STRING") return TextEncoding::utf8;
-  if (type == "STRING") return TextEncoding::latin1;
-  if (type == "TEXT" || type == "COMPOUND_TEXT") return TextEncoding::utf8OrLatin1;
-  if (!startsWithNoCase(type, "text/plain")) return TextEncoding::notText;
+  if (type == "UTF8_STRING")
+    return TextEncoding::utf8;
+  if (type == "STRING")
+    return TextEncoding::latin1;
+  if (type == "TEXT" || type == "COMPOUND_TEXT")
+    return TextEncoding::utf8OrLatin1;
+  if (!startsWithNoCase(type, "text/plain"))
+    return TextEncoding::notText;
   auto const charset = charsetOf(type);
-  if (charset.empty()) return TextEncoding::utf8OrLatin1;
-  if (charset == "utf-8" || charset == "utf8") return TextEncoding::utf8;
+  if (charset.empty())
+    return TextEncoding::utf8OrLatin1;
+  if (charset == "utf-8" || charset == "utf8")
+    return TextEncoding::utf8;
   if (charset == "utf-16" || charset == "utf-16le" || charset == "utf-16be") {
     return TextEncoding::utf16;
   }
@@ -183,12 +223,16 @@ TextEncoding textEncodingOfType(std::string_view type) {
 
 std::optional<std::u16string> decodeText(std::string_view type, std::string_view bytes) {
   auto const encoding = textEncodingOfType(type);
-  if (encoding == TextEncoding::notText) return std::nullopt;
-  if (encoding == TextEncoding::utf16) return utf16FromBytes(bytes);
-  if (!bytes.empty() && bytes.back() == '\0') bytes.remove_suffix(1);
+  if (encoding == TextEncoding::notText)
+    return std::nullopt;
+  if (encoding == TextEncoding::utf16)
+    return utf16FromBytes(bytes);
+  if (!bytes.empty() && bytes.back() == '\0')
+    bytes.remove_suffix(1);
   bool const utf8 = encoding == TextEncoding::utf8 ||
                     (encoding == TextEncoding::utf8OrLatin1 && isValidUtf8(bytes));
-  if (!utf8) return latin1ToUtf16(bytes);
+  if (!utf8)
+    return latin1ToUtf16(bytes);
   std::u16string out;
   Utf8Decoder decoder;
   decoder.feed(bytes, out);
@@ -213,12 +257,15 @@ void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
         while (stop - p >= 8) {
           std::uint64_t word;
           std::memcpy(&word, p, 8);
-          if (word & 0x8080808080808080ULL) break;
-          for (int i = 0; i < 8; ++i) o[i] = p[i];
+          if (word & 0x8080808080808080ULL)
+            break;
+          for (int i = 0; i < 8; ++i)
+            o[i] = p[i];
           o += 8;
           p += 8;
         }
-        if (p == stop) break;
+        if (p == stop)
+          break;
         unsigned char const c = *p++;
         if (c < 0x80) {
           *o++ = c;
@@ -226,13 +273,17 @@ void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
           needed_ = 1;
           codePoint_ = c & 0x1F;
         } else if (c >= 0xE0 && c <= 0xEF) {
-          if (c == 0xE0) lower_ = 0xA0;
-          if (c == 0xED) upper_ = 0x9F;  // no surrogates
+          if (c == 0xE0)
+            lower_ = 0xA0;
+          if (c == 0xED)
+            upper_ = 0x9F;  // no surrogates
           needed_ = 2;
           codePoint_ = c & 0x0F;
         } else if (c >= 0xF0 && c <= 0xF4) {
-          if (c == 0xF0) lower_ = 0x90;
-          if (c == 0xF4) upper_ = 0x8F;  // nothing above U+10FFFF
+          if (c == 0xF0)
+            lower_ = 0x90;
+          if (c == 0xF4)
+            upper_ = 0x8F;  // nothing above U+10FFFF
           needed_ = 3;
           codePoint_ = c & 0x07;
         } else {
@@ -268,7 +319,8 @@ void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
 }
 
 void Utf8Decoder::finish(std::u16string& out) {
-  if (needed_ != 0) out.push_back(u'\uFFFD');
+  if (needed_ != 0)
+    out.push_back(u'\uFFFD');
   needed_ = seen_ = 0;
   lower_ = 0x80;
   upper_ = 0xBF;
@@ -282,10 +334,12 @@ bool isValidUtf8(std::string_view bytes) noexcept {
     while (end - p >= 8) {
       std::uint64_t word;
       std::copy(p, p + 8, reinterpret_cast<unsigned char*>(&word));
-      if (word & 0x8080808080808080ULL) break;
+      if (word & 0x8080808080808080ULL)
+        break;
       p += 8;
     }
-    if (p >= end) break;
+    if (p >= end)
+      break;
     unsigned char const c = *p;
     if (c < 0x80) {
       ++p;
@@ -297,19 +351,26 @@ bool isValidUtf8(std::string_view bytes) noexcept {
       length = 2;
     } else if (c >= 0xE0 && c <= 0xEF) {
       length = 3;
-      if (c == 0xE0) lo = 0xA0;
-      if (c == 0xED) hi = 0x9F;  // no surrogates
+      if (c == 0xE0)
+        lo = 0xA0;
+      if (c == 0xED)
+        hi = 0x9F;  // no surrogates
     } else if (c >= 0xF0 && c <= 0xF4) {
       length = 4;
-      if (c == 0xF0) lo = 0x90;
-      if (c == 0xF4) hi = 0x8F;
+      if (c == 0xF0)
+        lo = 0x90;
+      if (c == 0xF4)
+        hi = 0x8F;
     } else {
       return false;
     }
-    if (static_cast<std::size_t>(end - p) < length) return false;
-    if (p[1] < lo || p[1] > hi) return false;
+    if (static_cast<std::size_t>(end - p) < length)
+      return false;
+    if (p[1] < lo || p[1] > hi)
+      return false;
     for (std::size_t i = 2; i < length; ++i) {
-      if ((p[i] & 0xC0) != 0x80) return false;
+      if ((p[i] & 0xC0) != 0x80)
+        return false;
     }
     p += length;
   }
@@ -349,11 +410,13 @@ bool isAscii(std::u16string const& text) noexcept {
 std::string uriOfPath(Path const& path) {
   std::string const text = fl::i18n::ustring_to_utf8(path.text());
   if (text.empty() || text.front() != '/') {
-    if (hasUriScheme(text)) return text;
+    if (hasUriScheme(text))
+      return text;
     // Relative paths name no file a receiver could find; keep them as they are, on one line.
     std::string out;
     for (char c : text) {
-      if (c != '\r' && c != '\n') out.push_back(c);
+      if (c != '\r' && c != '\n')
+        out.push_back(c);
     }
     return out;
   }
@@ -411,9 +474,11 @@ std::vector<Path> decodeUriList(std::string_view list) {
     auto const end = list.find('\n');
     auto line = list.substr(0, end);
     list = end == std::string_view::npos ? std::string_view{} : list.substr(end + 1);
-    while (!line.empty() && (line.back() == '\r' || line.back() == '\0')) line.remove_suffix(1);
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\0'))
+      line.remove_suffix(1);
     line = trimSpaces(line);
-    if (line.empty() || line.front() == '#') continue;
+    if (line.empty() || line.front() == '#')
+      continue;
     out.push_back(pathOfUri(line));
   }
   return out;

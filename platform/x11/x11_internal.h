@@ -14,8 +14,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string_view>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -39,8 +39,7 @@ struct Atoms {
   xcb_atom_t clipboard = 0, primary = 0, targets = 0, multiple = 0, timestamp = 0, incr = 0;
   xcb_atom_t utf8String = 0, string = 0, text = 0, compoundText = 0, textPlain = 0,
              textPlainUtf8 = 0;
-  xcb_atom_t atom = 0, atomPair = 0, integer = 0, null = 0, saveTargets = 0,
-             clipboardManager = 0;
+  xcb_atom_t atom = 0, atomPair = 0, integer = 0, null = 0, saveTargets = 0, clipboardManager = 0;
   xcb_atom_t uriList = 0, gnomeCopiedFiles = 0, kdeCutSelection = 0, png = 0, svg = 0;
   xcb_atom_t transfer = 0;  // the property our conversions land in
   xcb_atom_t stamp = 0;     // appended to, to learn the server time
@@ -101,7 +100,8 @@ struct Transfer {
   }
   template <class F>
   void forEachPiece(F&& f) const {
-    for (auto const& piece : pieces) f(valueOf(*piece));
+    for (auto const& piece : pieces)
+      f(valueOf(*piece));
   }
   std::string joined() const;
   std::vector<std::byte> bytes() const;
@@ -300,6 +300,8 @@ class Owner {
 };
 
 // The mode of a selection request or event, as an index into per-mode arrays.
-inline int indexOf(PFClipboardMode mode) { return mode == PFClipboardMode::selection ? 1 : 0; }
+inline int indexOf(PFClipboardMode mode) {
+  return mode == PFClipboardMode::selection ? 1 : 0;
+}
 
 }  // namespace pf::clipboard::x11

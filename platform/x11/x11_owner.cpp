@@ -21,7 +21,8 @@ constexpr std::size_t kRequestOverhead = 64;
 
 ServedTarget const* Payload::find(xcb_atom_t target) const noexcept {
   for (auto const& served : targets) {
-    if (served.target == target) return &served;
+    if (served.target == target)
+      return &served;
   }
   return nullptr;
 }
@@ -71,7 +72,8 @@ Owner::Owner(OwnerConfig config, Atoms const& atoms, std::function<void(PFClipbo
   xcb_flush(c);
 
   wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (wakeFd_ < 0) throw std::runtime_error("X11 clipboard: eventfd failed");
+  if (wakeFd_ < 0)
+    throw std::runtime_error("X11 clipboard: eventfd failed");
   thread_ = std::thread([this] { run(); });
 }
 
@@ -81,7 +83,8 @@ Owner::~Owner() {
     stopping_ = true;
   }
   wake();
-  if (thread_.joinable()) thread_.join();
+  if (thread_.joinable())
+    thread_.join();
   ::close(wakeFd_);
 }
 
@@ -97,13 +100,15 @@ bool Owner::own(PFClipboardMode mode, std::shared_ptr<Payload const> payload,
   request->mode = mode;
   request->payload = std::move(payload);
   std::unique_lock<std::mutex> lock(mutex_);
-  if (!alive_ || stopping_) throw std::runtime_error("X11 clipboard: the display connection is gone");
+  if (!alive_ || stopping_)
+    throw std::runtime_error("X11 clipboard: the display connection is gone");
   requests_.push_back(request);
   wake();
   if (!answered_.wait_for(lock, timeout, [&] { return request->done || !alive_; })) {
     throw std::runtime_error("X11 clipboard: taking the selection timed out");
   }
-  if (!request->done) throw std::runtime_error("X11 clipboard: the display connection is gone");
+  if (!request->done)
+    throw std::runtime_error("X11 clipboard: the display connection is gone");
   return request->owned;
 }
 
@@ -113,8 +118,10 @@ std::shared_ptr<Payload const> Owner::payload(PFClipboardMode mode) const {
 }
 
 int Owner::modeIndex(xcb_atom_t selection) const noexcept {
-  if (selection == atoms_.clipboard) return 0;
-  if (selection == atoms_.primary) return 1;
+  if (selection == atoms_.clipboard)
+    return 0;
+  if (selection == atoms_.primary)
+    return 1;
   return -1;
 }
 
@@ -141,17 +148,21 @@ bool Owner::step() {
     std::lock_guard<std::mutex> lock(mutex_);
     stopping = stopping_;
   }
-  if (stopping && !handoverStarted_) beginHandover();
+  if (stopping && !handoverStarted_)
+    beginHandover();
   // xcb reads events into its queue while it writes or waits for replies, so poll() on the
   // socket only tells the truth once a flush was followed by an empty poll_for_event.
   for (;;) {
     xcb_flush(c);
     Owned<xcb_generic_event_t> event{xcb_poll_for_event(c)};
-    if (!event) break;
+    if (!event)
+      break;
     handle(*event);
   }
-  if (conn_.broken()) return false;
-  if (stopping && (!handoverDeadline_ || Clock::now() >= *handoverDeadline_)) return false;
+  if (conn_.broken())
+    return false;
+  if (stopping && (!handoverDeadline_ || Clock::now() >= *handoverDeadline_))
+    return false;
 
   int timeout = -1;
   if (auto const deadline = nextDeadline()) {
@@ -159,7 +170,8 @@ bool Owner::step() {
     timeout = static_cast<int>(std::clamp<long long>(left.count(), 0, 60'000));
   }
   pollfd fds[2] = {{conn_.fd(), POLLIN, 0}, {wakeFd_, POLLIN, 0}};
-  if (::poll(fds, 2, timeout) < 0 && errno != EINTR) return false;
+  if (::poll(fds, 2, timeout) < 0 && errno != EINTR)
+    return false;
   if (fds[1].revents & POLLIN) {
     std::uint64_t count;
     [[maybe_unused]] auto const got = ::read(wakeFd_, &count, sizeof count);
@@ -173,7 +185,8 @@ void Owner::handleOwnRequests() {
     std::lock_guard<std::mutex> lock(mutex_);
     requests.swap(requests_);
   }
-  if (requests.empty()) return;
+  if (requests.empty())
+    return;
   auto* c = conn_.get();
   for (auto& request : requests) {
     int const index = indexOf(request->mode);
@@ -194,14 +207,17 @@ void Owner::handleOwnRequests() {
       request->owned = reply && reply->owner == conn_.window();
       if (!request->owned) {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (payloads_[index] == request->payload) payloads_[index].reset();
+        if (payloads_[index] == request->payload)
+          payloads_[index].reset();
       }
     }
-    if (request->owned) changed_(request->mode);
+    if (request->owned)
+      changed_(request->mode);
   }
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (auto& request : requests) request->done = true;
+    for (auto& request : requests)
+      request->done = true;
   }
   answered_.notify_all();
 }
@@ -237,7 +253,8 @@ void Owner::handle(xcb_generic_event_t const& event) {
 
 void Owner::onError(xcb_generic_error_t const& error) {
   // A requestor that went away mid-transfer; never fatal.
-  if (error.error_code == kBadWindow) dropTransfers(error.resource_id, false);
+  if (error.error_code == kBadWindow)
+    dropTransfers(error.resource_id, false);
 }
 
 void Owner::onSelectionRequest(xcb_selection_request_event_t const& request) {
@@ -253,10 +270,11 @@ void Owner::onSelectionRequest(xcb_selection_request_event_t const& request) {
   if (payload && request.owner == conn_.window() &&
       (request.time == XCB_CURRENT_TIME || request.time >= payload->time)) {
     if (request.target == atoms_.multiple) {
-      served = request.property != XCB_NONE && convertMultiple(request.requestor, property, *payload);
+      served =
+          request.property != XCB_NONE && convertMultiple(request.requestor, property, *payload);
     } else {
-      served = convert(request.requestor, property, request.target, *payload, true) ==
-               Conversion::done;
+      served =
+          convert(request.requestor, property, request.target, *payload, true) == Conversion::done;
     }
   }
   // xcb_send_event sends 32 bytes, more than the notify struct holds.
@@ -277,7 +295,8 @@ Owner::Conversion Owner::convert(xcb_window_t requestor, xcb_atom_t property, xc
   if (target == atoms_.targets) {
     std::vector<xcb_atom_t> list = {atoms_.targets, atoms_.timestamp, atoms_.multiple,
                                     atoms_.saveTargets};
-    for (auto const& served : payload.targets) list.push_back(served.target);
+    for (auto const& served : payload.targets)
+      list.push_back(served.target);
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, requestor, property, XCB_ATOM_ATOM, 32,
                         static_cast<std::uint32_t>(list.size()), list.data());
     return Conversion::done;
@@ -288,19 +307,20 @@ Owner::Conversion Owner::convert(xcb_window_t requestor, xcb_atom_t property, xc
     return Conversion::done;
   }
   if (target == atoms_.saveTargets) {
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, requestor, property, atoms_.null, 32, 0,
-                        nullptr);
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, requestor, property, atoms_.null, 32, 0, nullptr);
     return Conversion::done;
   }
   auto const* served = payload.find(target);
-  if (!served) return Conversion::refused;
+  if (!served)
+    return Conversion::refused;
   auto const& data = *served->data;
   if (data.size() <= threshold_) {
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, requestor, property, served->type, 8,
                         static_cast<std::uint32_t>(data.size()), data.data());
     return Conversion::done;
   }
-  if (!allowIncr) return Conversion::refused;
+  if (!allowIncr)
+    return Conversion::refused;
   // INCR: we need the requestor's property deletions, and its destruction ends the transfer.
   std::uint32_t const mask = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
   xcb_change_window_attributes(c, requestor, XCB_CW_EVENT_MASK, &mask);
@@ -317,7 +337,8 @@ bool Owner::convertMultiple(xcb_window_t requestor, xcb_atom_t property, Payload
   Owned<xcb_get_property_reply_t> reply(xcb_get_property_reply(
       c, xcb_get_property(c, 0, requestor, property, XCB_GET_PROPERTY_TYPE_ANY, 0, 0x10000),
       nullptr));
-  if (!reply || reply->format != 32) return false;
+  if (!reply || reply->format != 32)
+    return false;
   auto const count = static_cast<std::size_t>(xcb_get_property_value_length(reply.get())) / 4;
   std::vector<xcb_atom_t> pairs(count);
   std::memcpy(pairs.data(), xcb_get_property_value(reply.get()), count * 4);
@@ -339,9 +360,11 @@ bool Owner::convertMultiple(xcb_window_t requestor, xcb_atom_t property, Payload
 }
 
 void Owner::onPropertyNotify(xcb_property_notify_event_t const& notify) {
-  if (notify.state != XCB_PROPERTY_DELETE) return;
+  if (notify.state != XCB_PROPERTY_DELETE)
+    return;
   auto const it = outgoing_.find({notify.window, notify.atom});
-  if (it != outgoing_.end()) sendNextChunk(it);
+  if (it != outgoing_.end())
+    sendNextChunk(it);
 }
 
 void Owner::sendNextChunk(std::map<std::pair<xcb_window_t, xcb_atom_t>, Outgoing>::iterator it) {
@@ -363,7 +386,8 @@ void Owner::sendNextChunk(std::map<std::pair<xcb_window_t, xcb_atom_t>, Outgoing
 void Owner::releaseWindow(xcb_window_t requestor) {
   auto const inUse = std::any_of(outgoing_.begin(), outgoing_.end(),
                                  [&](auto const& entry) { return entry.first.first == requestor; });
-  if (inUse) return;
+  if (inUse)
+    return;
   std::uint32_t const none = 0;
   xcb_change_window_attributes(conn_.get(), requestor, XCB_CW_EVENT_MASK, &none);
 }
@@ -378,7 +402,8 @@ void Owner::dropTransfers(xcb_window_t requestor, bool deselect) {
       ++it;
     }
   }
-  if (dropped && deselect) releaseWindow(requestor);
+  if (dropped && deselect)
+    releaseWindow(requestor);
 }
 
 void Owner::expireTransfers() {
@@ -392,20 +417,23 @@ void Owner::expireTransfers() {
       ++it;
     }
   }
-  for (auto window : stalled) releaseWindow(window);
+  for (auto window : stalled)
+    releaseWindow(window);
 }
 
 std::optional<Clock::time_point> Owner::nextDeadline() const {
   std::optional<Clock::time_point> next = handoverDeadline_;
   for (auto const& entry : outgoing_) {
-    if (!next || entry.second.deadline < *next) next = entry.second.deadline;
+    if (!next || entry.second.deadline < *next)
+      next = entry.second.deadline;
   }
   return next;
 }
 
 void Owner::onSelectionClear(xcb_selection_clear_event_t const& clear) {
   int const index = modeIndex(clear.selection);
-  if (index < 0 || clear.time < ownedSince_[index]) return;  // about an older ownership
+  if (index < 0 || clear.time < ownedSince_[index])
+    return;  // about an older ownership
   std::lock_guard<std::mutex> lock(mutex_);
   payloads_[index].reset();
 }
@@ -418,9 +446,11 @@ void Owner::onSelectionNotify(xcb_selection_notify_event_t const& notify) {
 
 void Owner::onXfixes(xcb_xfixes_selection_notify_event_t const& notify) {
   int const index = modeIndex(notify.selection);
-  if (index < 0) return;
+  if (index < 0)
+    return;
   // Our own ownership was announced when it was taken.
-  if (notify.owner == conn_.window()) return;
+  if (notify.owner == conn_.window())
+    return;
   XfixesKey const key{notify.subtype, notify.owner, notify.selection_timestamp};
   auto& last = lastXfixes_[index];
   if (last && last->subtype == key.subtype && last->owner == key.owner &&
@@ -438,7 +468,8 @@ void Owner::beginHandover() {
     std::lock_guard<std::mutex> lock(mutex_);
     clipboard = payloads_[0];
   }
-  if (!clipboard || config_.handoverTimeout <= Clock::duration::zero()) return;
+  if (!clipboard || config_.handoverTimeout <= Clock::duration::zero())
+    return;
   auto* c = conn_.get();
   auto const ownerOf = [c](xcb_atom_t selection) {
     Owned<xcb_get_selection_owner_reply_t> reply(

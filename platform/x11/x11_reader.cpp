@@ -60,7 +60,8 @@ Atoms Atoms::intern(xcb_connection_t* c) {
   }
   for (std::size_t i = 0; i < cookies.size(); ++i) {
     Owned<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(c, cookies[i], nullptr));
-    if (!reply) throw failure(std::string("cannot intern ") + wanted[i].first);
+    if (!reply)
+      throw failure(std::string("cannot intern ") + wanted[i].first);
     *wanted[i].second = reply->atom;
   }
   a.primary = XCB_ATOM_PRIMARY;
@@ -78,18 +79,20 @@ std::vector<xcb_atom_t> AtomCache::intern(xcb_connection_t* c,
     std::lock_guard<std::mutex> lock(mutex_);
     for (std::size_t i = 0; i < names.size(); ++i) {
       auto const it = byName_.find(names[i]);
-      if (it != byName_.end()) out[i] = it->second;
+      if (it != byName_.end())
+        out[i] = it->second;
     }
   }
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (out[i] == XCB_NONE && names[i].size() <= 0xFFFF) {
-      pending.emplace_back(i, xcb_intern_atom(c, 0, static_cast<std::uint16_t>(names[i].size()),
-                                              names[i].data()));
+      pending.emplace_back(
+          i, xcb_intern_atom(c, 0, static_cast<std::uint16_t>(names[i].size()), names[i].data()));
     }
   }
   for (auto const& [i, cookie] : pending) {
     Owned<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(c, cookie, nullptr));
-    if (!reply) throw failure("cannot intern " + names[i]);
+    if (!reply)
+      throw failure("cannot intern " + names[i]);
     out[i] = reply->atom;
     std::lock_guard<std::mutex> lock(mutex_);
     byName_.emplace(names[i], reply->atom);
@@ -114,13 +117,15 @@ std::vector<std::string> AtomCache::names(xcb_connection_t* c,
   }
   std::vector<std::pair<std::size_t, xcb_get_atom_name_cookie_t>> pending;
   for (std::size_t i = 0; i < atoms.size(); ++i) {
-    if (!known[i] && atoms[i] != XCB_NONE) pending.emplace_back(i, xcb_get_atom_name(c, atoms[i]));
+    if (!known[i] && atoms[i] != XCB_NONE)
+      pending.emplace_back(i, xcb_get_atom_name(c, atoms[i]));
   }
   for (auto const& [i, cookie] : pending) {
     xcb_generic_error_t* error = nullptr;
     Owned<xcb_get_atom_name_reply_t> reply(xcb_get_atom_name_reply(c, cookie, &error));
     std::free(error);
-    if (!reply) continue;  // a bogus atom in someone's TARGETS: no name
+    if (!reply)
+      continue;  // a bogus atom in someone's TARGETS: no name
     std::string name(xcb_get_atom_name_name(reply.get()),
                      static_cast<std::size_t>(xcb_get_atom_name_name_length(reply.get())));
     out[i] = name;
@@ -143,15 +148,16 @@ Connection::Connection(std::string const& display, std::uint32_t eventMask) {
     throw failure("cannot open display \"" + display + "\"");
   }
   auto it = xcb_setup_roots_iterator(xcb_get_setup(c_));
-  for (int i = 0; i < screenNumber && it.rem > 0; ++i) xcb_screen_next(&it);
+  for (int i = 0; i < screenNumber && it.rem > 0; ++i)
+    xcb_screen_next(&it);
   if (it.rem == 0) {
     xcb_disconnect(c_);
     throw failure("display \"" + display + "\" has no such screen");
   }
   window_ = xcb_generate_id(c_);
-  auto const cookie = xcb_create_window_checked(
-      c_, 0, window_, it.data->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
-      XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &eventMask);
+  auto const cookie = xcb_create_window_checked(c_, 0, window_, it.data->root, 0, 0, 1, 1, 0,
+                                                XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT,
+                                                XCB_CW_EVENT_MASK, &eventMask);
   if (auto* error = xcb_request_check(c_, cookie)) {
     std::free(error);
     xcb_disconnect(c_);
@@ -161,7 +167,9 @@ Connection::Connection(std::string const& display, std::uint32_t eventMask) {
   xcb_prefetch_maximum_request_length(c_);
 }
 
-Connection::~Connection() { xcb_disconnect(c_); }
+Connection::~Connection() {
+  xcb_disconnect(c_);
+}
 
 std::size_t Connection::maxRequestBytes() const noexcept {
   return static_cast<std::size_t>(xcb_get_maximum_request_length(c_)) * 4;
@@ -180,7 +188,8 @@ ReaderConnection::ReaderConnection(std::string const& display, Atoms const& atom
 xcb_window_t ReaderConnection::selectionOwner(xcb_atom_t selection) {
   Owned<xcb_get_selection_owner_reply_t> reply(
       xcb_get_selection_owner_reply(get(), xcb_get_selection_owner(get(), selection), nullptr));
-  if (!reply) throw failure("lost the connection to the display");
+  if (!reply)
+    throw failure("lost the connection to the display");
   return reply->owner;
 }
 
@@ -207,24 +216,29 @@ Owned<xcb_generic_event_t> ReaderConnection::waitFor(
           reinterpret_cast<xcb_destroy_notify_event_t const&>(*event).window == watch->window) {
         throw failure("the owner went away before the transfer ended");
       }
-      if (match(*event)) return event;
+      if (match(*event))
+        return event;
     }
-    if (conn_.broken()) throw failure("lost the connection to the display");
+    if (conn_.broken())
+      throw failure("lost the connection to the display");
     auto const now = Clock::now();
-    if (now >= deadline) throw failure(what);
+    if (now >= deadline)
+      throw failure(what);
     auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
     pollfd pfd{conn_.fd(), POLLIN, 0};
     int const ready = ::poll(&pfd, 1, static_cast<int>(std::min<long long>(left, 60'000)));
-    if (ready < 0 && errno != EINTR) throw failure("poll failed");
+    if (ready < 0 && errno != EINTR)
+      throw failure("poll failed");
   }
 }
 
 Owned<xcb_get_property_reply_t> ReaderConnection::takeProperty(xcb_atom_t property,
-                                                              std::size_t maxBytes) {
+                                                               std::size_t maxBytes) {
   auto const cookie = xcb_get_property(get(), 1, conn_.window(), property,
                                        XCB_GET_PROPERTY_TYPE_ANY, 0, wordsFor(maxBytes));
   Owned<xcb_get_property_reply_t> reply(xcb_get_property_reply(get(), cookie, nullptr));
-  if (!reply) throw failure("lost the connection to the display");
+  if (!reply)
+    throw failure("lost the connection to the display");
   if (reply->bytes_after > 0 ||
       static_cast<std::size_t>(xcb_get_property_value_length(reply.get())) > maxBytes) {
     throw failure("the transfer exceeds the size limit");
@@ -264,15 +278,17 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
 
   auto const firstMessage = "the owner did not answer within " +
                             std::to_string(millisecondsOf(limits.firstReply)) + " ms";
-  auto const notifyEvent = waitFor(
-      std::min(end, start + limits.firstReply), firstMessage.c_str(), &watch,
-      [&](xcb_generic_event_t const& event) {
-        if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY) return false;
-        auto const& notify = reinterpret_cast<xcb_selection_notify_event_t const&>(event);
-        return notify.requestor == conn_.window() && notify.selection == selection &&
-               notify.target == target;
-      });
-  auto const property = reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  auto const notifyEvent =
+      waitFor(std::min(end, start + limits.firstReply), firstMessage.c_str(), &watch,
+              [&](xcb_generic_event_t const& event) {
+                if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY)
+                  return false;
+                auto const& notify = reinterpret_cast<xcb_selection_notify_event_t const&>(event);
+                return notify.requestor == conn_.window() && notify.selection == selection &&
+                       notify.target == target;
+              });
+  auto const property =
+      reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
   auto const forgetOwner = [&] {
     std::uint32_t const none = 0;
     xcb_change_window_attributes(get(), owner, XCB_CW_EVENT_MASK, &none);
@@ -293,21 +309,24 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
     transfer.pieces.push_back(std::move(first));
   } else {
     // The size an INCR owner announces is only a hint (xclip sends none), so it is not used.
-    auto const chunkMessage = "the owner stopped sending for " +
-                              std::to_string(millisecondsOf(limits.chunk)) + " ms";
+    auto const chunkMessage =
+        "the owner stopped sending for " + std::to_string(millisecondsOf(limits.chunk)) + " ms";
     for (;;) {
       auto const now = Clock::now();
-      if (now >= end) throw failure("the transfer took longer than the read timeout");
+      if (now >= end)
+        throw failure("the transfer took longer than the read timeout");
       waitFor(std::min(end, now + limits.chunk), chunkMessage.c_str(), &watch,
               [&](xcb_generic_event_t const& event) {
-                if ((event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return false;
+                if ((event.response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
+                  return false;
                 auto const& notify = reinterpret_cast<xcb_property_notify_event_t const&>(event);
                 return notify.window == conn_.window() && notify.atom == property &&
                        notify.state == XCB_PROPERTY_NEW_VALUE;
               });
       auto chunk = takeProperty(property, limits.maxBytes - transfer.size);
       auto const size = Transfer::valueOf(*chunk).size();
-      if (size == 0) break;
+      if (size == 0)
+        break;
       if (transfer.pieces.empty()) {
         transfer.type = chunk->type;
         transfer.format = chunk->format;
@@ -322,13 +341,15 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
 
 xcb_timestamp_t ReaderConnection::serverTime(Clock::duration timeout) {
   drainEvents();
-  xcb_change_property(get(), XCB_PROP_MODE_APPEND, conn_.window(), atoms_.stamp,
-                      XCB_ATOM_INTEGER, 8, 0, nullptr);
+  xcb_change_property(get(), XCB_PROP_MODE_APPEND, conn_.window(), atoms_.stamp, XCB_ATOM_INTEGER,
+                      8, 0, nullptr);
   xcb_flush(get());
-  auto const event = waitFor(Clock::now() + timeout, "the server did not send a timestamp",
-                             nullptr, [&](xcb_generic_event_t const& e) {
-                               if ((e.response_type & 0x7f) != XCB_PROPERTY_NOTIFY) return false;
-                               auto const& p = reinterpret_cast<xcb_property_notify_event_t const&>(e);
+  auto const event = waitFor(Clock::now() + timeout, "the server did not send a timestamp", nullptr,
+                             [&](xcb_generic_event_t const& e) {
+                               if ((e.response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
+                                 return false;
+                               auto const& p =
+                                   reinterpret_cast<xcb_property_notify_event_t const&>(e);
                                return p.window == conn_.window() && p.atom == atoms_.stamp;
                              });
   return reinterpret_cast<xcb_property_notify_event_t const&>(*event).time;
@@ -353,9 +374,11 @@ ReaderPool::Lease ReaderPool::acquire() {
 
 void ReaderPool::giveBack(std::unique_ptr<ReaderConnection> conn, bool healthy) {
   constexpr std::size_t kMaxIdle = 4;
-  if (!conn || !healthy || xcb_connection_has_error(conn->get())) return;
+  if (!conn || !healthy || xcb_connection_has_error(conn->get()))
+    return;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (idle_.size() < kMaxIdle) idle_.push_back(std::move(conn));
+  if (idle_.size() < kMaxIdle)
+    idle_.push_back(std::move(conn));
 }
 
 }  // namespace pf::clipboard::x11

@@ -6,12 +6,11 @@
 namespace service_test {
 namespace {
 
-std::string const kJava1 =
-    "application/x-java-serialized-object; class=java.lang.String; format=rtf";
-std::string const kJava2 =
-    "application/x-java-serialized-object; class=java.lang.String; format=xhtml";
-std::string const kJava3 =
-    "application/x-java-serialized-object; class=java.lang.String; format=json";
+std::string const kNative[] = {"application/rtf", "application/xhtml+xml", "application/json"};
+std::string const kJava[] = {
+    "application/x-java-serialized-object; class=java.lang.String; format=rtf",
+    "application/x-java-serialized-object; class=java.lang.String; format=xhtml",
+    "application/x-java-serialized-object; class=java.lang.String; format=json"};
 std::string const kTagged = "image/x-java-image; class=java.awt.Image";
 std::string const kFlavorsNoRequestId =
     "[handleRequestForAvailableDataFlavors] JSON message does not contain required fields "
@@ -33,173 +32,110 @@ class GetTest : public ServiceTest {
     EXPECT_EQ(reply.size(), 3u);
     return reply.at("clipboardItems").get<Object>();
   }
-  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard) {
-    auto const reply = service.handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
+  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard,
+             ClipboardImpl* through = nullptr) {
+    auto const reply = (through ? *through : service)
+                           .handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
     EXPECT_EQ(reply.at("success"), Value(true));
     EXPECT_EQ(reply.at("requestid"), Value("g1"));
     return itemsOf(reply);
   }
 };
 
-// Which conversion a mime type gets: the first category that applies, no falling through.
-enum class Vocabulary { standard, sharedImageTextApplication, sharedTextApplication };
-
-struct CategoryCase {
-  char const* name;
-  Vocabulary vocabulary;
-  std::string mime;
-  Fill fill;
-  Value expected;  // Undefined: no member
-};
-
-void PrintTo(CategoryCase const& c, std::ostream* os) {
-  *os << c.name;
-}
-
-class GetCategory : public GetTest, public ::testing::WithParamInterface<CategoryCase> {};
-
-TEST_P(GetCategory, ProducesTheValueOfTheFirstMatchingCategory) {
-  auto const& c = GetParam();
-  ClipboardVocabulary v = EditorServices::defaultClipboardVocabulary();
-  if (c.vocabulary == Vocabulary::sharedImageTextApplication) {
-    v.graphicsMimePrefix = v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-  } else if (c.vocabulary == Vocabulary::sharedTextApplication) {
-    v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-  }
-  ClipboardImpl custom(v);
-  put({{u16(c.mime), c.fill}});
-  auto const items = itemsOf(
-      custom.handleGetClipboardDataRequest(getRequest({c.mime}), PFClipboardMode::clipboard));
-  if (c.expected.kind() == foundation::json::Kind::undefined) {
-    EXPECT_TRUE(items.empty()) << Value(items);
-  } else {
-    EXPECT_EQ(Value(items), Value(Object{{c.mime, c.expected}}));
+// The first category that applies decides; a category whose getter gives nothing does not
+// fall through to the next.
+TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
+  enum Shared { none, imageTextApplication, textApplication };
+  struct Case {
+    char const* name;
+    Shared shared;
+    std::string mime;
+    Fill fill;
+    Value expected;  // Undefined: no member
+  } const cases[] = {
+      {"platform-side name", none, "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
+      {"uri list", none, "text/uri-list", paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
+      {"uri list is not text", none, "text/uri-list", text(u"file:///a"), Value()},
+      {"raster image", none, "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
+      {"vector image", none, "image/svg+xml", image(1, "PHN2Zy8+"),
+       "data:image/svg+xml;base64,PHN2Zy8+"},
+      {"tagged image", none, kTagged, image(0, "QUJD"),
+       Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,QUJD"}}},
+      {"image type is not text", none, "image/png", text(u"x"), Value()},
+      {"text", none, "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
+      {"text type is not bytes", none, "text/plain", bytes(bytesOf("abc")), Value()},
+      {"application bytes", none, "application/octet-stream", bytes(bytesOf("abc")), "abc"},
+      {"no category", none, "font/ttf", bytes(bytesOf("abc")), Value()},
+      {"image before text", imageTextApplication, "mixed/a", image(0, "QUJD"),
+       "data:mixed/a;base64,QUJD"},
+      {"image does not fall through", imageTextApplication, "mixed/a", text(u"abc"), Value()},
+      {"text before application", textApplication, "mixed/a", text(u"abc"), "abc"},
+      {"text does not fall through", textApplication, "mixed/a", bytes(bytesOf("abc")), Value()},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    ClipboardVocabulary v = EditorServices::defaultClipboardVocabulary();
+    if (c.shared == imageTextApplication) {
+      v.graphicsMimePrefix = v.textMimePrefix = v.applicationMimePrefix = "mixed/";
+    } else if (c.shared == textApplication) {
+      v.textMimePrefix = v.applicationMimePrefix = "mixed/";
+    }
+    ClipboardImpl custom(v);
+    put({{u16(c.mime), c.fill}});
+    Object const items = get({c.mime}, PFClipboardMode::clipboard, &custom);
+    if (c.expected.kind() == foundation::json::Kind::undefined) {
+      EXPECT_TRUE(items.empty()) << Value(items);
+    } else {
+      EXPECT_EQ(Value(items), Value(Object{{c.mime, c.expected}}));
+    }
   }
   EXPECT_TRUE(logged().empty());
 }
 
-Object const kTaggedValue = {{"__type__", "image"}, {"__value__", "data:image/png;base64,QUJD"}};
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, GetCategory,
-    ::testing::Values(
-        CategoryCase{"NativeNameWithBytes", Vocabulary::standard, "application/rtf",
-                     bytes(bytesOf("{\\rtf1 x}")), "{\\rtf1 x}"},
-        CategoryCase{"UriList", Vocabulary::standard, "text/uri-list",
-                     paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
-        CategoryCase{"UriListIsNotText", Vocabulary::standard, "text/uri-list", text(u"file:///a"),
-                     Value()},
-        CategoryCase{"RasterImage", Vocabulary::standard, "image/png", image(0, "QUJD"),
-                     "data:image/png;base64,QUJD"},
-        CategoryCase{"AnyImageType", Vocabulary::standard, "image/bmp", image(0, "QUJD"),
-                     "data:image/bmp;base64,QUJD"},
-        CategoryCase{"VectorImage", Vocabulary::standard, "image/svg+xml", image(1, "PHN2Zy8+"),
-                     "data:image/svg+xml;base64,PHN2Zy8+"},
-        CategoryCase{"TaggedImage", Vocabulary::standard, kTagged, image(0, "QUJD"), kTaggedValue},
-        CategoryCase{"ImageTypeIsNotText", Vocabulary::standard, "image/png", text(u"x"), Value()},
-        CategoryCase{"Text", Vocabulary::standard, "text/plain", text(u"h\u00e9llo \U0001F600"),
-                     "h\xC3\xA9llo \xF0\x9F\x98\x80"},
-        CategoryCase{"AnyTextType", Vocabulary::standard, "text/html", text(u"<b>x</b>"),
-                     "<b>x</b>"},
-        CategoryCase{"TextTypeIsNotBytes", Vocabulary::standard, "text/plain",
-                     bytes(bytesOf("abc")), Value()},
-        CategoryCase{"ApplicationBytes", Vocabulary::standard, "application/octet-stream",
-                     bytes(bytesOf("abc")), "abc"},
-        CategoryCase{"ApplicationIsNotText", Vocabulary::standard, "application/x-thing",
-                     text(u"abc"), Value()},
-        CategoryCase{"NoCategory", Vocabulary::standard, "font/ttf", bytes(bytesOf("abc")),
-                     Value()},
-        CategoryCase{"CaseMatters", Vocabulary::standard, "Text/plain", text(u"abc"), Value()},
-        CategoryCase{"ImageBeforeText", Vocabulary::sharedImageTextApplication, "mixed/a",
-                     image(0, "QUJD"), "data:mixed/a;base64,QUJD"},
-        CategoryCase{"ImageDoesNotFallThrough", Vocabulary::sharedImageTextApplication, "mixed/a",
-                     text(u"abc"), Value()},
-        CategoryCase{"TextBeforeApplication", Vocabulary::sharedTextApplication, "mixed/a",
-                     text(u"abc"), "abc"},
-        CategoryCase{"TextDoesNotFallThrough", Vocabulary::sharedTextApplication, "mixed/a",
-                     bytes(bytesOf("abc")), Value()}),
-    [](auto const& info) { return std::string(info.param.name); });
-
-// The platform-side name of a pair whose own bytes give no text: the Java-side format is read
-// and its string answered under the platform-side name.
+// A platform-side name whose own bytes give no text is answered with the string of its
+// Java-side format, under the platform-side name.
 TEST_F(GetTest, PlatformSideNameFallsBackToTheJavaSideString) {
   struct Case {
     char const* name;
-    std::string native;
-    std::string java;
-    std::vector<std::pair<std::u16string, Fill>> clipboard;
+    int pair;
+    Fill native;
+    Fill java;
     Value expected;
     bool secondRead;
   } const cases[] = {
-      {"nothing native",
-       "application/rtf",
-       kJava1,
-       {{u16(kJava1), bytes(javaString("r"))}},
-       "r",
-       true},
-      {"empty bytes",
-       "application/xhtml+xml",
-       kJava2,
-       {{u"application/xhtml+xml", bytes({})}, {u16(kJava2), bytes(javaString("<p/>"))}},
-       "<p/>",
-       true},
-      {"native text",
-       "application/json",
-       kJava3,
-       {{u"application/json", text(u"{}")}, {u16(kJava3), bytes(javaString("{\"a\":1}"))}},
-       "{\"a\":1}",
-       true},
-      {"native bytes win",
-       "application/json",
-       kJava3,
-       {{u"application/json", bytes(bytesOf("[1]"))}, {u16(kJava3), bytes(javaString("{}"))}},
-       "[1]",
-       false},
-      {"java side not serialized",
-       "application/rtf",
-       kJava1,
-       {{u16(kJava1), bytes(bytesOf("plain"))}},
-       Value(),
-       true},
-      {"neither", "application/rtf", kJava1, {{u"text/plain", text(u"x")}}, Value(), true},
+      {"nothing native", 0, nullptr, bytes(javaString("r")), "r", true},
+      {"empty bytes", 1, bytes({}), bytes(javaString("<p/>")), "<p/>", true},
+      {"native text", 2, text(u"{}"), bytes(javaString("{\"a\":1}")), "{\"a\":1}", true},
+      {"native bytes win", 2, bytes(bytesOf("[1]")), bytes(javaString("{}")), "[1]", false},
+      {"java side not serialized", 0, nullptr, bytes(bytesOf("plain")), Value(), true},
+      {"neither", 0, nullptr, nullptr, Value(), true},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
-    auto scripted = std::make_shared<test_support::ScriptedBackend>();
-    test_support::InstalledBackend installedHere(scripted);
-    PFClipboardData data;
-    for (auto const& [mime, fill] : c.clipboard) {
-      fill(data, mime);
-    }
-    scripted->put(std::move(data));
-    auto const items = itemsOf(
-        service.handleGetClipboardDataRequest(getRequest({c.native}), PFClipboardMode::clipboard));
+    std::string const& native = kNative[c.pair];
+    std::string const& java = kJava[c.pair];
+    put({{u16(native), c.native}, {u16(java), c.java}});
+    std::size_t const readsBefore = backend->reads().size();
+    Object const items = get({native});
     if (c.expected.kind() == foundation::json::Kind::undefined) {
       EXPECT_TRUE(items.empty()) << Value(items);
     } else {
-      EXPECT_EQ(Value(items), Value(Object{{c.native, c.expected}}));
+      EXPECT_EQ(Value(items), Value(Object{{native, c.expected}}));
     }
-    std::vector<std::u16string> reads = {u16(c.native)};
+    std::vector<std::u16string> reads = {u16(native)};
     if (c.secondRead) {
-      reads.push_back(u16(c.java));
+      reads.push_back(u16(java));
     }
-    EXPECT_EQ(scripted->reads(), reads);
+    auto const all = backend->reads();
+    EXPECT_EQ(std::vector<std::u16string>(all.begin() + readsBefore, all.end()), reads);
   }
 }
 
 TEST_F(GetTest, FailingJavaSideReadLeavesTheHandler) {
-  backend->failReadOf(u16(kJava1));
+  backend->failReadOf(u16(kJava[0]));
   EXPECT_THROW(service.handleGetClipboardDataRequest(getRequest({"application/rtf"}),
                                                      PFClipboardMode::clipboard),
                std::runtime_error);
-  // Through the message form no reply goes out.
-  Reply reply;
-  EXPECT_THROW(service.handleGetClipboardDataRequest(
-                   connector::message_service::JsonMessage(
-                       R"({"requestid":"g","uid":"u","flavors":["application/rtf"]})"),
-                   PFClipboardMode::clipboard, recorder(reply)),
-               std::runtime_error);
-  EXPECT_EQ(reply.calls, 0);
 }
 
 TEST_F(GetTest, DuplicatesGiveOneMemberAndEveryNameIsRead) {
@@ -251,21 +187,25 @@ TEST_F(GetTest, EmptyFlavorListWhileSubscribedReadsTheLastReportedFlavors) {
 
 TEST_F(GetTest, UnreadableRequestIdOrFlavorsFailTheReplyButTheClipboardIsStillRead) {
   put({{u"text/plain", text(u"t")}, {u"text/html", text(u"h")}});
-  Object const everything = {{"text/html", "h"}, {"text/plain", "t"}};
+  // The request with one member replaced; Undefined removes it.
+  auto const with = [](std::string const& key, Value value) {
+    RequestMap request = getRequest({"text/html"}, "g7");
+    request.erase(key);
+    if (value.kind() != foundation::json::Kind::undefined) {
+      request[key] = std::move(value);
+    }
+    return request;
+  };
   struct Case {
     char const* name;
     RequestMap request;
     std::string echoed;
   } const cases[] = {
-      {"no flavors", {{"success", true}, {"requestid", "g7"}}, "g7"},
-      {"flavors not an array",
-       {{"success", true}, {"requestid", "g8"}, {"flavors", "text/plain"}},
-       "g8"},
-      // The flavor list is not read once the request id has failed.
-      {"no request id", {{"success", true}, {"flavors", Array{"text/html"}}}, ""},
-      {"request id a number",
-       {{"success", true}, {"requestid", 5.0}, {"flavors", Array{"text/html"}}},
-       ""},
+      {"no flavors", with("flavors", Value()), "g7"},
+      {"flavors not an array", with("flavors", "text/html"), "g7"},
+      // Once the request id has failed the flavor list is not read: every type is.
+      {"no request id", with("requestid", Value()), ""},
+      {"request id a number", with("requestid", 5.0), ""},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -273,7 +213,7 @@ TEST_F(GetTest, UnreadableRequestIdOrFlavorsFailTheReplyButTheClipboardIsStillRe
     auto const reply = service.handleGetClipboardDataRequest(c.request, PFClipboardMode::clipboard);
     EXPECT_EQ(reply.at("success"), Value(false));
     EXPECT_EQ(reply.at("requestid"), Value(c.echoed));
-    EXPECT_EQ(Value(itemsOf(reply)), Value(everything));
+    EXPECT_EQ(Value(itemsOf(reply)), Value(Object{{"text/html", "h"}, {"text/plain", "t"}}));
     EXPECT_EQ(logged(), (std::vector<std::string>{kRequiredFields, kFlavorsNoRequestId}));
   }
 }
@@ -314,28 +254,18 @@ TEST_F(GetTest, MimeTypeIsReadAndAnsweredInItsRepairedForm) {
 TEST_F(GetTest, ModeReachesTheReadsButTheListingUsesTheSystemClipboard) {
   put({{u"text/plain", text(u"primary")},
        {u"text/html", text(u"h")},
-       {u16(kJava1), bytes(javaString("primary"))}},
+       {u16(kJava[0]), bytes(javaString("primary"))}},
       PFClipboardMode::selection);
   put({{u"text/plain", text(u"system")}});
   EXPECT_EQ(Value(get({}, PFClipboardMode::selection)), Value(Object{{"text/plain", "primary"}}));
   // The Java-side read of a pair uses the same mode.
-  put({{u16(kJava1), bytes(javaString("system"))}});
+  put({{u16(kJava[0]), bytes(javaString("system"))}});
   EXPECT_EQ(Value(get({"application/rtf"}, PFClipboardMode::selection)),
             Value(Object{{"application/rtf", "primary"}}));
 }
 
-TEST_F(GetTest, UnparsedRequestReadsNothing) {
-  put({{u"text/plain", text(u"t")}});
-  RequestMap request = getRequest({"text/plain"}, "x");
-  request["success"] = false;
-  auto const reply = service.handleGetClipboardDataRequest(request, PFClipboardMode::clipboard);
-  EXPECT_EQ(reply.at("success"), Value(false));
-  EXPECT_EQ(reply.at("requestid"), Value(""));
-  EXPECT_TRUE(itemsOf(reply).empty());
-  EXPECT_TRUE(backend->reads().empty());
-  EXPECT_EQ(backend->listCalls(), 0);
-  EXPECT_TRUE(logged().empty());
-
+TEST_F(GetTest, RequestMapWithoutTheParseFlagThrows) {
+  RequestMap request = getRequest({"text/plain"});
   request.erase("success");
   EXPECT_THROW(service.handleGetClipboardDataRequest(request, PFClipboardMode::clipboard),
                std::runtime_error);
@@ -367,42 +297,34 @@ TEST_F(GetTest, MessageFormRepliesWithMembersInNameOrderAndTheUid) {
   EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(GetTest, MessageFormLogsItsLineForAnUnreadableUid) {
+TEST_F(GetTest, MessageFormPassesTheUidOrLogsItsLine) {
   put({{u"text/plain", text(u"t")}});
+  Object const answered = {
+      {"success", true}, {"requestid", "m"}, {"clipboardItems", Object{{"text/plain", "t"}}}};
+  Object const refused = {{"success", false}, {"requestid", ""}, {"clipboardItems", Object{}}};
+  std::string const uidLine = "[handleGetClipboardDataRequest] UID is empty";
   struct Case {
     char const* text;
-    bool logs;
+    Object reply;
+    std::vector<std::string> log;
   } const cases[] = {
-      {R"({"requestid":"m","flavors":["text/plain"]})", true},
-      {R"({"requestid":"m","uid":5,"flavors":["text/plain"]})", true},
-      {R"({"requestid":"m","uid":"","flavors":["text/plain"]})", false},
+      {R"({"requestid":"m","flavors":["text/plain"]})", answered, {uidLine}},
+      {R"({"requestid":"m","uid":5,"flavors":["text/plain"]})", answered, {uidLine}},
+      {R"({"requestid":"m","uid":"","flavors":["text/plain"]})", answered, {}},
+      {"not json", refused, {"JSON Parse Error", uidLine}},
+      {"", refused, {"JSON Parse Error", uidLine}},
+      {R"(["text/plain"])", refused, {"JSON Parse Error", uidLine}},
   };
   for (auto const& c : cases) {
+    SCOPED_TRACE(c.text);
     log.clear();
     Reply const reply = getByMessage(c.text);
-    EXPECT_EQ(reply.calls, 1) << c.text;
-    EXPECT_EQ(reply.uid, "");
-    EXPECT_EQ(parseObject(reply.text).at("clipboardItems"), Value(Object{{"text/plain", "t"}}));
-    EXPECT_EQ(logged(),
-              c.logs ? std::vector<std::string>{"[handleGetClipboardDataRequest] UID is empty"}
-                     : std::vector<std::string>{})
-        << c.text;
-  }
-}
-
-TEST_F(GetTest, MessageThatDoesNotParseGetsAFailureReplyAndNoRead) {
-  put({{u"text/plain", text(u"t")}});
-  for (char const* payload : {"", "not json", "[\"text/plain\"]"}) {
-    log.clear();
-    Reply const reply = getByMessage(payload);
     EXPECT_EQ(reply.calls, 1);
-    EXPECT_EQ(Value(parseObject(reply.text)),
-              Value(Object{{"success", false}, {"requestid", ""}, {"clipboardItems", Object{}}}))
-        << payload;
-    EXPECT_EQ(logged(), (std::vector<std::string>{"JSON Parse Error",
-                                                  "[handleGetClipboardDataRequest] UID is empty"}));
+    EXPECT_EQ(reply.uid, "");
+    EXPECT_EQ(Value(parseObject(reply.text)), Value(c.reply));
+    EXPECT_EQ(logged(), c.log);
   }
-  EXPECT_TRUE(backend->reads().empty());
+  EXPECT_EQ(backend->reads().size(), 3u);  // the unparsed requests read nothing
   EXPECT_EQ(backend->listCalls(), 0);
 }
 

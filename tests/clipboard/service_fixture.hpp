@@ -41,11 +41,8 @@ using pf::clipboard::PFClipboardMode;
 using RequestMap = ClipboardImpl::RequestMap;
 
 inline std::vector<std::byte> bytesOf(std::string const& text) {
-  std::vector<std::byte> out;
-  for (char c : text) {
-    out.push_back(static_cast<std::byte>(c));
-  }
-  return out;
+  auto const* first = reinterpret_cast<std::byte const*>(text.data());
+  return std::vector<std::byte>(first, first + text.size());
 }
 
 inline std::vector<std::byte> byteList(std::initializer_list<int> values) {
@@ -146,12 +143,14 @@ inline Object parseObject(std::string const& text) {
 
 class ServiceTest : public ::testing::Test {
  protected:
-  // Puts content on the clipboard as another program would.
+  // Replaces the clipboard's content as another program would; empty fills add nothing.
   void put(std::vector<std::pair<std::u16string, Fill>> const& formats,
            PFClipboardMode mode = PFClipboardMode::clipboard) {
     PFClipboardData data;
     for (auto const& [mime, fill] : formats) {
-      fill(data, mime);
+      if (fill) {
+        fill(data, mime);
+      }
     }
     backend->put(std::move(data), mode);
   }

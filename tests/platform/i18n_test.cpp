@@ -50,9 +50,9 @@ struct KnownText {
   std::u16string utf16;
 };
 
-class KnownTextTest : public testing::TestWithParam<KnownText> {};
+class Utf8Utf16KnownText : public testing::TestWithParam<KnownText> {};
 
-TEST_P(KnownTextTest, ConvertsBothWays) {
+TEST_P(Utf8Utf16KnownText, ConvertsBothWays) {
   KnownText const& text = GetParam();
   EXPECT_EQ(to_ustring(text.utf8), text.utf16);
   EXPECT_EQ(ustring_to_utf8(text.utf16), text.utf8);
@@ -61,7 +61,7 @@ TEST_P(KnownTextTest, ConvertsBothWays) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Samples, KnownTextTest,
+    Samples, Utf8Utf16KnownText,
     testing::Values(
         KnownText{"Empty", u8"", u""},
         KnownText{"Ascii", u8"plain text/with punctuation!", u"plain text/with punctuation!"},
@@ -75,11 +75,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Every scalar value, plane by plane ----
 
-class PlaneTest : public testing::TestWithParam<int> {};
+class Utf8Utf16Plane : public testing::TestWithParam<int> {};
 
 // All scalar values of the plane in one text, with ASCII runs of changing length between them
 // so that characters fall at every offset of the converters' blocks.
-TEST_P(PlaneTest, EveryScalarValueRoundTrips) {
+TEST_P(Utf8Utf16Plane, EveryScalarValueRoundTrips) {
   char32_t const first = static_cast<char32_t>(GetParam()) << 16;
   std::string utf8;
   std::u16string utf16;
@@ -102,7 +102,7 @@ TEST_P(PlaneTest, EveryScalarValueRoundTrips) {
   EXPECT_EQ(ustring_to_utf8(utf16.c_str() + skip), utf8.substr(skip));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPlanes, PlaneTest, testing::Range(0, 17));
+INSTANTIATE_TEST_SUITE_P(AllPlanes, Utf8Utf16Plane, testing::Range(0, 17));
 
 // The edges of each encoding length and of the surrogate ranges, with fixed expected forms.
 struct Edge {
@@ -111,9 +111,9 @@ struct Edge {
   std::u16string utf16;
 };
 
-class EdgeTest : public testing::TestWithParam<Edge> {};
+class Utf8Utf16Edge : public testing::TestWithParam<Edge> {};
 
-TEST_P(EdgeTest, EncodesAsExpected) {
+TEST_P(Utf8Utf16Edge, EncodesAsExpected) {
   Edge const& edge = GetParam();
   for (std::size_t prefix : {0u, 1u, 7u, 15u, 16u, 17u}) {
     SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
@@ -125,7 +125,7 @@ TEST_P(EdgeTest, EncodesAsExpected) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Boundaries, EdgeTest,
+    Boundaries, Utf8Utf16Edge,
     testing::Values(Edge{0x0000, std::string(1, '\0'), std::u16string(1, u'\0')},
                     Edge{0x007F, "\x7F", u"\u007F"}, Edge{0x0080, "\xC2\x80", u"\u0080"},
                     Edge{0x07FF, "\xDF\xBF", u"\u07FF"}, Edge{0x0800, "\xE0\xA0\x80", u"\u0800"},
@@ -147,9 +147,9 @@ struct BadUtf8 {
   std::u16string expected;
 };
 
-class BadUtf8Test : public testing::TestWithParam<BadUtf8> {};
+class Utf8ToUtf16Malformed : public testing::TestWithParam<BadUtf8> {};
 
-TEST_P(BadUtf8Test, ReplacesEachMaximalSubpart) {
+TEST_P(Utf8ToUtf16Malformed, ReplacesEachMaximalSubpart) {
   BadUtf8 const& bad = GetParam();
   // At every offset of a block, and with ASCII after it so a resumed fast path shows.
   for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
@@ -164,7 +164,7 @@ TEST_P(BadUtf8Test, ReplacesEachMaximalSubpart) {
 constexpr char16_t kRep = 0xFFFD;
 
 INSTANTIATE_TEST_SUITE_P(
-    Subparts, BadUtf8Test,
+    Subparts, Utf8ToUtf16Malformed,
     testing::Values(
         BadUtf8{"LoneContinuation", "\x80", {kRep}}, BadUtf8{"LoneContinuationBF", "\xBF", {kRep}},
         BadUtf8{"TwoContinuations", "\x80\xBF", {kRep, kRep}},
@@ -204,9 +204,9 @@ struct BadUtf16 {
   std::string expected;
 };
 
-class BadUtf16Test : public testing::TestWithParam<BadUtf16> {};
+class Utf16ToUtf8Malformed : public testing::TestWithParam<BadUtf16> {};
 
-TEST_P(BadUtf16Test, ReplacesUnpairedSurrogates) {
+TEST_P(Utf16ToUtf8Malformed, ReplacesUnpairedSurrogates) {
   BadUtf16 const& bad = GetParam();
   for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
     SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
@@ -219,7 +219,7 @@ TEST_P(BadUtf16Test, ReplacesUnpairedSurrogates) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Surrogates, BadUtf16Test,
+    Surrogates, Utf16ToUtf8Malformed,
     testing::Values(BadUtf16{"LoneHigh", {0xD800}, "\xEF\xBF\xBD"},
                     BadUtf16{"LoneHighTop", {0xDBFF}, "\xEF\xBF\xBD"},
                     BadUtf16{"LoneLow", {0xDC00}, "\xEF\xBF\xBD"},
@@ -240,19 +240,19 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- The pointer overload ----
 
-TEST(PointerOverload, StopsAtTheFirstNul) {
+TEST(Utf16PointerOverload, StopsAtTheFirstNul) {
   char16_t const text[] = {u'a', 0x00E9, 0xD83D, 0xDE00, 0, u'b', u'c', 0};
   EXPECT_EQ(ustring_to_utf8(text), "a\xC3\xA9\xF0\x9F\x98\x80");
   EXPECT_EQ(ustring_to_utf8(text + 5), "bc");
 }
 
-TEST(PointerOverload, NullAndEmptyGiveEmptyText) {
+TEST(Utf16PointerOverload, NullAndEmptyGiveEmptyText) {
   char16_t const empty[] = {0};
   EXPECT_EQ(ustring_to_utf8(static_cast<char16_t const*>(nullptr)), "");
   EXPECT_EQ(ustring_to_utf8(empty), "");
 }
 
-TEST(PointerOverload, ReadsLongTextToItsEnd) {
+TEST(Utf16PointerOverload, ReadsLongTextToItsEnd) {
   std::u16string long_text(1000, u'x');
   long_text += 0x4E2D;
   EXPECT_EQ(ustring_to_utf8(long_text.c_str()), std::string(1000, 'x') + "\xE4\xB8\xAD");
@@ -262,7 +262,7 @@ TEST(PointerOverload, ReadsLongTextToItsEnd) {
 
 // Deterministic mix of ASCII runs, two-, three- and four-byte characters and bad bytes; the
 // expectation is built from the per-character encodings above.
-TEST(MixedText, LongTextMatchesPerCharacterEncoding) {
+TEST(Utf8Utf16MixedText, LongTextMatchesPerCharacterEncoding) {
   std::uint32_t state = 12345;
   auto next = [&state] {
     state = state * 1664525u + 1013904223u;

@@ -290,7 +290,7 @@ void expect_round_trip(Value const& input, Value const& expected) {
 
 // ---- The harness itself must refuse what is not strict JSON ----
 
-TEST(StrictParser, RefusesNonStandardText) {
+TEST(SerializeStrictParser, RefusesNonStandardText) {
   for (std::string const text :
        {"NaN", "[Infinity]", "[-Infinity]", "\"a\x01z\"", "\"\xC0\xAF\"", "\"\xED\xA0\x80\"",
         "\"\xF4\x90\x80\x80\"", "\"\xE2\x82\"", "[1,]", "{'a':1}", "\"\\x41\""}) {
@@ -307,14 +307,14 @@ struct ExactCase {
   std::string text;
 };
 
-class ExactTextTest : public testing::TestWithParam<ExactCase> {};
+class SerializeExactText : public testing::TestWithParam<ExactCase> {};
 
-TEST_P(ExactTextTest, Writes) {
+TEST_P(SerializeExactText, Writes) {
   EXPECT_EQ(fj::serialize(GetParam().value), GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Forms, ExactTextTest,
+    Forms, SerializeExactText,
     testing::Values(
         ExactCase{"Undefined", Value(), "null"}, ExactCase{"Null", Value(fj::Null()), "null"},
         ExactCase{"True", Value(true), "true"}, ExactCase{"False", Value(false), "false"},
@@ -343,7 +343,7 @@ INSTANTIATE_TEST_SUITE_P(
 // ---- Hostile strings ----
 
 // Every control character, quote and backslash, each at every offset of a 16-byte block.
-TEST(HostileStrings, ControlsQuotesAndBackslashesSurvive) {
+TEST(SerializeHostileStrings, ControlsQuotesAndBackslashesSurvive) {
   std::string specials;
   for (int c = 0; c < 0x20; ++c) {
     specials += static_cast<char>(c);
@@ -363,7 +363,7 @@ TEST(HostileStrings, ControlsQuotesAndBackslashesSurvive) {
 }
 
 // Well-formed multi-byte text passes unchanged, whatever its position.
-TEST(HostileStrings, NonAsciiCharactersSurvive) {
+TEST(SerializeHostileStrings, NonAsciiCharactersSurvive) {
   char const* const samples[] = {"\xC2\x80",         "\xDF\xBF",         "\xE0\xA0\x80",
                                  "\xED\x9F\xBF",     "\xEE\x80\x80",     "\xEF\xBF\xBD",
                                  "\xEF\xBF\xBF",     "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80",
@@ -387,10 +387,10 @@ struct BadBytes {
   std::string expected;
 };
 
-class InvalidUtf8Test : public testing::TestWithParam<BadBytes> {};
+class SerializeInvalidUtf8 : public testing::TestWithParam<BadBytes> {};
 
 // One U+FFFD per maximal invalid subpart, at every offset of a block; keys are cleaned too.
-TEST_P(InvalidUtf8Test, IsReplacedAndParses) {
+TEST_P(SerializeInvalidUtf8, IsReplacedAndParses) {
   BadBytes const& bad = GetParam();
   Array inputs;
   Array expected;
@@ -409,7 +409,7 @@ TEST_P(InvalidUtf8Test, IsReplacedAndParses) {
 #define FFFD "\xEF\xBF\xBD"
 
 INSTANTIATE_TEST_SUITE_P(
-    Subparts, InvalidUtf8Test,
+    Subparts, SerializeInvalidUtf8,
     testing::Values(BadBytes{"LoneContinuation", "\x80", FFFD},
                     BadBytes{"Continuations", "\x80\xBF\xA0", FFFD FFFD FFFD},
                     BadBytes{"OverlongC0", "\xC0\xAF", FFFD FFFD},
@@ -434,32 +434,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Numbers ----
 
-TEST(Numbers, DoublesReadBackBitForBit) {
-  double const inf = std::numeric_limits<double>::infinity();
-  std::vector<double> const doubles = {0.0,
-                                       -0.0,
-                                       1.0,
-                                       -1.5,
-                                       0.1,
-                                       1.0 / 3.0,
-                                       3.141592653589793,
-                                       1e21,
-                                       1e22,
-                                       123456789012345680000.0,
-                                       9007199254740993.0,
-                                       1e-7,
-                                       1e300,
-                                       -1e300,
-                                       std::numeric_limits<double>::max(),
-                                       std::numeric_limits<double>::lowest(),
-                                       std::numeric_limits<double>::min(),
-                                       std::numeric_limits<double>::denorm_min(),
-                                       -std::numeric_limits<double>::denorm_min(),
-                                       2.2250738585072009e-308,
-                                       std::numeric_limits<double>::epsilon(),
-                                       std::nan(""),
-                                       inf,
-                                       -inf};
+TEST(SerializeNumbers, DoublesReadBackBitForBit) {
+  using limits = std::numeric_limits<double>;
+  double const ordinary[] = {0.0, -0.0, 1.0, -1.5, 0.1, 1.0 / 3.0, 3.141592653589793, 1e-7};
+  double const large[] = {1e21, 1e22, 123456789012345680000.0, 9007199254740993.0, 1e300, -1e300};
+  double const extreme[] = {limits::max(),        limits::lowest(),      limits::min(),
+                            limits::denorm_min(), -limits::denorm_min(), 2.2250738585072009e-308,
+                            limits::epsilon(),    limits::quiet_NaN(),   limits::infinity(),
+                            -limits::infinity()};
+  std::vector<double> doubles(std::begin(ordinary), std::end(ordinary));
+  doubles.insert(doubles.end(), std::begin(large), std::end(large));
+  doubles.insert(doubles.end(), std::begin(extreme), std::end(extreme));
   Array values;
   for (double d : doubles) {
     values.push_back(Value(d));
@@ -468,20 +453,13 @@ TEST(Numbers, DoublesReadBackBitForBit) {
   expect_round_trip(value, value);
 }
 
-TEST(Numbers, FloatsUseTheirOwnShortestForm) {
-  float const inf = std::numeric_limits<float>::infinity();
-  std::vector<float> const floats = {0.1f,
-                                     -0.0f,
-                                     1.0f / 3.0f,
-                                     16777216.0f,
-                                     16777217.0f,
-                                     3.4e38f,
-                                     std::numeric_limits<float>::max(),
-                                     std::numeric_limits<float>::min(),
-                                     std::numeric_limits<float>::denorm_min(),
-                                     std::nanf(""),
-                                     inf,
-                                     -inf};
+TEST(SerializeNumbers, FloatsUseTheirOwnShortestForm) {
+  using limits = std::numeric_limits<float>;
+  float const ordinary[] = {0.1f, -0.0f, 1.0f / 3.0f, 16777216.0f, 16777217.0f, 3.4e38f};
+  float const extreme[] = {limits::max(),       limits::min(),      limits::denorm_min(),
+                           limits::quiet_NaN(), limits::infinity(), -limits::infinity()};
+  std::vector<float> floats(std::begin(ordinary), std::end(ordinary));
+  floats.insert(floats.end(), std::begin(extreme), std::end(extreme));
   Array values;
   for (float f : floats) {
     values.push_back(Value(f));
@@ -496,7 +474,7 @@ TEST(Numbers, FloatsUseTheirOwnShortestForm) {
   EXPECT_EQ(split(parsed.lines[0])[1], std::to_string(bits_of(0.1)));
 }
 
-TEST(Numbers, IntegersAreExact) {
+TEST(SerializeNumbers, IntegersAreExact) {
   Array values;
   for (long i : {std::numeric_limits<long>::min(), std::numeric_limits<long>::min() + 1, -1L, 0L,
                  1L, 9007199254740993L, std::numeric_limits<long>::max()}) {
@@ -511,7 +489,7 @@ TEST(Numbers, IntegersAreExact) {
 
 // ---- Structure ----
 
-TEST(Structure, MixedDocumentKeepsEveryValueAndOrder) {
+TEST(SerializeStructure, MixedDocumentKeepsEveryValueAndOrder) {
   Object reply;
   reply["success"] = true;
   reply["requestid"] = "r-1";
@@ -528,7 +506,7 @@ TEST(Structure, MixedDocumentKeepsEveryValueAndOrder) {
   expect_round_trip(value, Value(expected_reply));
 }
 
-TEST(Structure, NestingDepthOfTwoHundredParses) {
+TEST(SerializeStructure, NestingDepthOfTwoHundredParses) {
   Value value("core");
   for (int depth = 0; depth < 200; ++depth) {
     if (depth % 2 == 0) {
@@ -546,7 +524,7 @@ TEST(Structure, NestingDepthOfTwoHundredParses) {
 
 // A value nested far deeper than any reply; writing it must not need the call stack. The
 // test builds and dismantles the value level by level, for the same reason.
-TEST(Structure, VeryDeepNestingNeedsNoRecursion) {
+TEST(SerializeStructure, VeryDeepNestingNeedsNoRecursion) {
   constexpr int kDepth = 100000;
   Value value(7L);
   for (int depth = 0; depth < kDepth; ++depth) {

@@ -32,7 +32,9 @@ class X11Test : public ::testing::Test {
   // Starts an owner and waits until it owns `mode`'s selection.
   Process& startOwner(std::vector<std::string> const& argv, PFClipboardMode mode,
                       std::string const& stdinPath = "/dev/null") {
-    owners.push_back(std::make_unique<Process>(argv, Process::Io{stdinPath, dir.path() + "/owner-" + std::to_string(owners.size()) + ".log"}));
+    owners.push_back(std::make_unique<Process>(
+        argv,
+        Process::Io{stdinPath, dir.path() + "/owner-" + std::to_string(owners.size()) + ".log"}));
     EXPECT_TRUE(raw->waitForOwner(selectionName(mode))) << "owner did not start: " << argv[0];
     return *owners.back();
   }
@@ -41,15 +43,16 @@ class X11Test : public ::testing::Test {
     auto const file = dir.file("in-" + std::to_string(owners.size()), contents);
     std::vector<std::string> argv = {"xclip", "-selection",
                                      mode == PFClipboardMode::selection ? "primary" : "clipboard"};
-    if (!type.empty()) argv.insert(argv.end(), {"-t", type});
+    if (!type.empty())
+      argv.insert(argv.end(), {"-t", type});
     argv.insert(argv.end(), {"-i", "-quiet", file});
     return startOwner(argv, mode);
   }
 
   Process& xselOwner(PFClipboardMode mode, std::string const& contents) {
     auto const file = dir.file("in-" + std::to_string(owners.size()), contents);
-    return startOwner({"xsel", mode == PFClipboardMode::selection ? "-p" : "-b", "-i", "-n"},
-                      mode, file);
+    return startOwner({"xsel", mode == PFClipboardMode::selection ? "-p" : "-b", "-i", "-n"}, mode,
+                      file);
   }
 
   Process& peerOwner(PFClipboardMode mode, std::vector<std::string> const& args) {

@@ -17,22 +17,22 @@ struct KindCase {
 
 class ReadKinds : public ::testing::TestWithParam<KindCase> {};
 
-TEST_P(ReadKinds, FollowTheMimeType) { EXPECT_EQ(readKindOf(GetParam().mime), GetParam().kind); }
+TEST_P(ReadKinds, FollowTheMimeType) {
+  EXPECT_EQ(readKindOf(GetParam().mime), GetParam().kind);
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Table, ReadKinds,
-    ::testing::Values(KindCase{"text/plain", ReadKind::text},
-                      KindCase{"text/plain;charset=utf-8", ReadKind::text},
-                      KindCase{"TEXT/PLAIN; charset=UTF-16", ReadKind::text},
-                      KindCase{"UTF8_STRING", ReadKind::text},
-                      KindCase{"text/uri-list", ReadKind::uriList},
-                      KindCase{"image/png", ReadKind::png}, KindCase{"Image/PNG", ReadKind::png},
-                      KindCase{"image/svg+xml", ReadKind::svg}, KindCase{"image/svg", ReadKind::svg},
-                      KindCase{"text/html", ReadKind::bytes},
-                      KindCase{"image/jpeg", ReadKind::bytes},
-                      KindCase{"application/x-thing", ReadKind::bytes},
-                      KindCase{"TARGETS", ReadKind::none}, KindCase{"MULTIPLE", ReadKind::none},
-                      KindCase{"INCR", ReadKind::none}));
+    ::testing::Values(
+        KindCase{"text/plain", ReadKind::text},
+        KindCase{"text/plain;charset=utf-8", ReadKind::text},
+        KindCase{"TEXT/PLAIN; charset=UTF-16", ReadKind::text},
+        KindCase{"UTF8_STRING", ReadKind::text}, KindCase{"text/uri-list", ReadKind::uriList},
+        KindCase{"image/png", ReadKind::png}, KindCase{"Image/PNG", ReadKind::png},
+        KindCase{"image/svg+xml", ReadKind::svg}, KindCase{"image/svg", ReadKind::svg},
+        KindCase{"text/html", ReadKind::bytes}, KindCase{"image/jpeg", ReadKind::bytes},
+        KindCase{"application/x-thing", ReadKind::bytes}, KindCase{"TARGETS", ReadKind::none},
+        KindCase{"MULTIPLE", ReadKind::none}, KindCase{"INCR", ReadKind::none}));
 
 struct ListingCase {
   std::vector<std::string> targets;
@@ -81,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
         TextCase{"STRING", "caf\xE9", u"caf\u00e9"},
         TextCase{"text/plain;charset=utf-8", "\xE2\x98\x83", u"\u2603"},
         TextCase{"text/plain;charset=UTF-8", "\xE2\x98\x83", u"\u2603"},
-        TextCase{"text/plain", "\xE2\x98\x83", u"\u2603"},  // valid UTF-8 stays UTF-8
+        TextCase{"text/plain", "\xE2\x98\x83", u"\u2603"},      // valid UTF-8 stays UTF-8
         TextCase{"text/plain", "\xE9t\xE9", u"\u00e9t\u00e9"},  // otherwise Latin-1
         TextCase{"TEXT", "plain", u"plain"},
         TextCase{"text/plain;charset=utf-16", std::string("\xFF\xFEh\0i\0", 6), u"hi"},
@@ -105,10 +105,10 @@ INSTANTIATE_TEST_SUITE_P(
     Table, Utf8Validation,
     ::testing::Values(Utf8Case{"", true}, Utf8Case{"plain ascii long enough for words", true},
                       Utf8Case{"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", true},
-                      Utf8Case{"0123456789abcdef\xC3", false},   // truncated after a fast run
-                      Utf8Case{"\xC0\xAF", false},               // overlong
-                      Utf8Case{"\xED\xA0\x80", false},           // surrogate
-                      Utf8Case{"\xF4\x90\x80\x80", false},       // above U+10FFFF
+                      Utf8Case{"0123456789abcdef\xC3", false},  // truncated after a fast run
+                      Utf8Case{"\xC0\xAF", false},              // overlong
+                      Utf8Case{"\xED\xA0\x80", false},          // surrogate
+                      Utf8Case{"\xF4\x90\x80\x80", false},      // above U+10FFFF
                       Utf8Case{"\x80", false}, Utf8Case{"\xE2\x28\xA1", false}));
 
 class StreamedUtf8 : public ::testing::TestWithParam<std::string> {};
@@ -133,12 +133,13 @@ TEST_P(StreamedUtf8, MatchesTheOneShotConversionAtEverySplit) {
 INSTANTIATE_TEST_SUITE_P(
     Table, StreamedUtf8,
     ::testing::Values("", "ascii only, longer than eight bytes",
-                      "caf\xC3\xA9 \xE2\x98\x83 \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF",
-                      "\xC3", "\xE2\x98", "\xF0\x9F\x98",        // cut short
-                      "\xC3(\xE2\x98x\xF0\x9F\x98y",             // cut short, then more
-                      "\x80\xBF\xFE\xFF\xC0\xAF\xC1\xBF",         // never valid
-                      "\xE0\x80\xAF\xED\xA0\x80\xF4\x90\x80\x80", // overlong, surrogate, too big
-                      "\xF0\x80\x80\x80" "abcdefgh\xE0\xA0\x80"));
+                      "caf\xC3\xA9 \xE2\x98\x83 \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF", "\xC3",
+                      "\xE2\x98", "\xF0\x9F\x98",                  // cut short
+                      "\xC3(\xE2\x98x\xF0\x9F\x98y",               // cut short, then more
+                      "\x80\xBF\xFE\xFF\xC0\xAF\xC1\xBF",          // never valid
+                      "\xE0\x80\xAF\xED\xA0\x80\xF4\x90\x80\x80",  // overlong, surrogate, too big
+                      "\xF0\x80\x80\x80"
+                      "abcdefgh\xE0\xA0\x80"));
 
 TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
   EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");
@@ -161,8 +162,7 @@ INSTANTIATE_TEST_SUITE_P(
     Table, FileUris,
     ::testing::Values(UriCase{u"/tmp/one", "file:///tmp/one"},
                       UriCase{u"/tmp/space name/a#b?c%d", "file:///tmp/space%20name/a%23b%3Fc%25d"},
-                      UriCase{u"/home/\u00fcser/\U0001F4C1",
-                              "file:///home/%C3%BCser/%F0%9F%93%81"},
+                      UriCase{u"/home/\u00fcser/\U0001F4C1", "file:///home/%C3%BCser/%F0%9F%93%81"},
                       UriCase{u"/keep/(these),+=;@:!$&'*", "file:///keep/(these),+=;@:!$&'*"},
                       UriCase{u"https://example.org/x", "https://example.org/x"}));
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
 #include <sstream>
 
 #include "clipboard/clipboard_impl.hpp"
@@ -50,8 +52,10 @@ class ReadFromPeer : public X11Test, public ::testing::WithParamInterface<PeerRe
   // What the read must return for the case's bytes.
   static ClipboardContent expected(PeerReadCase const& c) {
     std::string const mime = c.mime;
-    if (mime == "text/plain") return fl::i18n::to_ustring(c.contents);
-    if (mime == "text/uri-list") return kUriPaths;
+    if (mime == "text/plain")
+      return fl::i18n::to_ustring(c.contents);
+    if (mime == "text/uri-list")
+      return kUriPaths;
     return {};
   }
 };
@@ -65,8 +69,9 @@ TEST_P(ReadFromPeer, ReadsExactlyWhatThePeerHolds) {
   if (std::string(c.mime) == "image/png") {
     ASSERT_EQ(content.index(), 3u);
     auto const& image = std::get<3>(content);
-    EXPECT_EQ(stringOf(image->encode(pf::graphics::kEncodePng, pf::graphics::kEncodeRaw, {})->bytes),
-              c.contents);
+    EXPECT_EQ(
+        stringOf(image->encode(pf::graphics::kEncodePng, pf::graphics::kEncodeRaw, {})->bytes),
+        c.contents);
   } else {
     EXPECT_EQ(content, expected(c));
   }
@@ -75,7 +80,8 @@ TEST_P(ReadFromPeer, ReadsExactlyWhatThePeerHolds) {
 
 TEST_P(ReadFromPeer, ReadsThroughTheServiceWithTheBackendInstalled) {
   auto const& c = GetParam();
-  auto previous = pf::clipboard::installClipboardBackend(pf::clipboard::makeX11Clipboard(options()));
+  auto previous =
+      pf::clipboard::installClipboardBackend(pf::clipboard::makeX11Clipboard(options()));
   foundation::json::Value got;
   {
     EditorServices::ClipboardImpl service;
@@ -88,8 +94,9 @@ TEST_P(ReadFromPeer, ReadsThroughTheServiceWithTheBackendInstalled) {
   if (mime == "text/plain") {
     EXPECT_EQ(got, foundation::json::Value(c.contents));
   } else if (mime == "image/png") {
-    EXPECT_EQ(got, foundation::json::Value("data:image/png;base64," +
-                                           pf::graphics::codec::base64_encode(bytesOf(c.contents))));
+    EXPECT_EQ(got,
+              foundation::json::Value("data:image/png;base64," +
+                                      pf::graphics::codec::base64_encode(bytesOf(c.contents))));
   } else {
     foundation::json::Array paths;
     auto const want = expected(c);
@@ -106,20 +113,60 @@ std::string const kUris = "file:///tmp/a%20b/c.txt\r\nfile:///home/%C3%BCser/%F0
 
 INSTANTIATE_TEST_SUITE_P(
     Peers, ReadFromPeer,
-    ::testing::Values(
-        PeerReadCase{"xclip_clipboard_ascii", Tool::xclip, PFClipboardMode::clipboard, "", kAscii, "text/plain"},
-        PeerReadCase{"xclip_primary_ascii", Tool::xclip, PFClipboardMode::selection, "", kAscii, "text/plain"},
-        PeerReadCase{"xclip_clipboard_non_bmp", Tool::xclip, PFClipboardMode::clipboard, "", kNonBmp, "text/plain"},
-        PeerReadCase{"xclip_primary_non_bmp", Tool::xclip, PFClipboardMode::selection, "", kNonBmp, "text/plain"},
-        PeerReadCase{"xsel_clipboard_ascii", Tool::xsel, PFClipboardMode::clipboard, "", kAscii, "text/plain"},
-        PeerReadCase{"xsel_primary_ascii", Tool::xsel, PFClipboardMode::selection, "", kAscii, "text/plain"},
-        PeerReadCase{"xsel_clipboard_non_bmp", Tool::xsel, PFClipboardMode::clipboard, "", kNonBmp, "text/plain"},
-        PeerReadCase{"xsel_primary_non_bmp", Tool::xsel, PFClipboardMode::selection, "", kNonBmp, "text/plain"},
-        PeerReadCase{"xclip_clipboard_uri_list", Tool::xclip, PFClipboardMode::clipboard, "text/uri-list", kUris, "text/uri-list"},
-        PeerReadCase{"xclip_primary_uri_list", Tool::xclip, PFClipboardMode::selection, "text/uri-list", kUris, "text/uri-list"},
-        PeerReadCase{"xclip_clipboard_png", Tool::xclip, PFClipboardMode::clipboard, "image/png", kPng, "image/png"},
-        PeerReadCase{"xclip_primary_png", Tool::xclip, PFClipboardMode::selection, "image/png", kPng, "image/png"}),
+    ::testing::Values(PeerReadCase{"xclip_clipboard_ascii", Tool::xclip, PFClipboardMode::clipboard,
+                                   "", kAscii, "text/plain"},
+                      PeerReadCase{"xclip_primary_ascii", Tool::xclip, PFClipboardMode::selection,
+                                   "", kAscii, "text/plain"},
+                      PeerReadCase{"xclip_clipboard_non_bmp", Tool::xclip,
+                                   PFClipboardMode::clipboard, "", kNonBmp, "text/plain"},
+                      PeerReadCase{"xclip_primary_non_bmp", Tool::xclip, PFClipboardMode::selection,
+                                   "", kNonBmp, "text/plain"},
+                      PeerReadCase{"xsel_clipboard_ascii", Tool::xsel, PFClipboardMode::clipboard,
+                                   "", kAscii, "text/plain"},
+                      PeerReadCase{"xsel_primary_ascii", Tool::xsel, PFClipboardMode::selection, "",
+                                   kAscii, "text/plain"},
+                      PeerReadCase{"xsel_clipboard_non_bmp", Tool::xsel, PFClipboardMode::clipboard,
+                                   "", kNonBmp, "text/plain"},
+                      PeerReadCase{"xsel_primary_non_bmp", Tool::xsel, PFClipboardMode::selection,
+                                   "", kNonBmp, "text/plain"},
+                      PeerReadCase{"xclip_clipboard_uri_list", Tool::xclip,
+                                   PFClipboardMode::clipboard, "text/uri-list", kUris,
+                                   "text/uri-list"},
+                      PeerReadCase{"xclip_primary_uri_list", Tool::xclip,
+                                   PFClipboardMode::selection, "text/uri-list", kUris,
+                                   "text/uri-list"},
+                      PeerReadCase{"xclip_clipboard_png", Tool::xclip, PFClipboardMode::clipboard,
+                                   "image/png", kPng, "image/png"},
+                      PeerReadCase{"xclip_primary_png", Tool::xclip, PFClipboardMode::selection,
+                                   "image/png", kPng, "image/png"}),
     [](auto const& info) { return std::string(info.param.name); });
+
+TEST_F(X11Test, AServiceSubscriptionHearsOfAnotherProgramsCopy) {
+  auto previous =
+      pf::clipboard::installClipboardBackend(pf::clipboard::makeX11Clipboard(options()));
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<std::string> notifications;
+  {
+    EditorServices::ClipboardImpl service;
+    auto const reply = service.handleRequestForClipboardChangeSubscription(
+        {{"requestid", foundation::json::Value("sub")}}, [&](std::string text) {
+          std::lock_guard<std::mutex> lock(mutex);
+          notifications.push_back(std::move(text));
+          arrived.notify_all();
+        });
+    EXPECT_EQ(reply.at("success"), foundation::json::Value("true"));
+    xclipOwner(PFClipboardMode::clipboard, "text/html", "<i>copied</i>");
+    std::unique_lock<std::mutex> lock(mutex);
+    // The listener lists the clipboard through the backend from the notification itself.
+    EXPECT_TRUE(arrived.wait_for(lock, 10s, [&] {
+      return std::any_of(notifications.begin(), notifications.end(), [](std::string const& n) {
+        return n.find("text/html") != std::string::npos;
+      });
+    }));
+  }
+  pf::clipboard::installClipboardBackend(previous);
+}
 
 // --- What xclip gets from us ---------------------------------------------------------------
 
@@ -185,19 +232,30 @@ INSTANTIATE_TEST_SUITE_P(
     Formats, WriteForXclip,
     ::testing::Values(
         WriteCase{"utf8_string", textPayload, PFClipboardMode::clipboard, "UTF8_STRING", kUtf8},
-        WriteCase{"text_plain_utf8", textPayload, PFClipboardMode::clipboard, "text/plain;charset=utf-8", kUtf8},
+        WriteCase{"text_plain_utf8", textPayload, PFClipboardMode::clipboard,
+                  "text/plain;charset=utf-8", kUtf8},
         WriteCase{"text_plain", textPayload, PFClipboardMode::clipboard, "text/plain", kUtf8},
-        WriteCase{"string_latin1", textPayload, PFClipboardMode::clipboard, "STRING", "caf\xE9 ? ?"},
+        WriteCase{"string_latin1", textPayload, PFClipboardMode::clipboard, "STRING",
+                  "caf\xE9 ? ?"},
         WriteCase{"text", textPayload, PFClipboardMode::clipboard, "TEXT", kUtf8},
-        WriteCase{"primary_utf8_string", textPayload, PFClipboardMode::selection, "UTF8_STRING", kUtf8},
-        WriteCase{"uri_list", [] { return filePayload(PFClipboardAction::copy); }, PFClipboardMode::clipboard, "text/uri-list", kFileUris},
-        WriteCase{"gnome_copy", [] { return filePayload(PFClipboardAction::copy); }, PFClipboardMode::clipboard, "x-special/gnome-copied-files", "copy\nfile:///tmp/a%20b\nfile:///%C3%BC"},
-        WriteCase{"gnome_cut", [] { return filePayload(PFClipboardAction::cut); }, PFClipboardMode::clipboard, "x-special/gnome-copied-files", "cut\nfile:///tmp/a%20b\nfile:///%C3%BC"},
-        WriteCase{"kde_cut", [] { return filePayload(PFClipboardAction::cut); }, PFClipboardMode::clipboard, "application/x-kde-cutselection", "1"},
-        WriteCase{"primary_uri_list", [] { return filePayload(PFClipboardAction::copy); }, PFClipboardMode::selection, "text/uri-list", kFileUris},
+        WriteCase{"primary_utf8_string", textPayload, PFClipboardMode::selection, "UTF8_STRING",
+                  kUtf8},
+        WriteCase{"uri_list", [] { return filePayload(PFClipboardAction::copy); },
+                  PFClipboardMode::clipboard, "text/uri-list", kFileUris},
+        WriteCase{"gnome_copy", [] { return filePayload(PFClipboardAction::copy); },
+                  PFClipboardMode::clipboard, "x-special/gnome-copied-files",
+                  "copy\nfile:///tmp/a%20b\nfile:///%C3%BC"},
+        WriteCase{"gnome_cut", [] { return filePayload(PFClipboardAction::cut); },
+                  PFClipboardMode::clipboard, "x-special/gnome-copied-files",
+                  "cut\nfile:///tmp/a%20b\nfile:///%C3%BC"},
+        WriteCase{"kde_cut", [] { return filePayload(PFClipboardAction::cut); },
+                  PFClipboardMode::clipboard, "application/x-kde-cutselection", "1"},
+        WriteCase{"primary_uri_list", [] { return filePayload(PFClipboardAction::copy); },
+                  PFClipboardMode::selection, "text/uri-list", kFileUris},
         WriteCase{"png", imagePayload, PFClipboardMode::clipboard, "image/png", kPng},
         WriteCase{"svg", svgPayload, PFClipboardMode::clipboard, "image/svg+xml", kSvg},
-        WriteCase{"bytes", bytesPayload, PFClipboardMode::clipboard, "application/x-custom", std::string("\x00\x01\xFF raw", 7)}),
+        WriteCase{"bytes", bytesPayload, PFClipboardMode::clipboard, "application/x-custom",
+                  std::string("\x00\x01\xFF raw", 7)}),
     [](auto const& info) { return std::string(info.param.name); });
 
 struct TargetsCase {
@@ -216,7 +274,8 @@ TEST_P(AdvertisedTargets, AreExactlyWhatWeCanProduce) {
   ASSERT_EQ(got.status, 0);
   std::vector<std::string> lines;
   std::istringstream in(got.output);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
   std::vector<std::string> want = {"TARGETS", "TIMESTAMP", "MULTIPLE", "SAVE_TARGETS"};
   want.insert(want.end(), c.targets.begin(), c.targets.end());
   EXPECT_EQ(lines, want);
@@ -224,17 +283,21 @@ TEST_P(AdvertisedTargets, AreExactlyWhatWeCanProduce) {
 
 INSTANTIATE_TEST_SUITE_P(
     Payloads, AdvertisedTargets,
-    ::testing::Values(
-        TargetsCase{"text", textPayload,
-                    {"UTF8_STRING", "text/plain;charset=utf-8", "text/plain", "STRING", "TEXT"}},
-        TargetsCase{"files_copied", [] { return filePayload(PFClipboardAction::copy); },
-                    {"text/uri-list", "x-special/gnome-copied-files"}},
-        TargetsCase{"files_cut", [] { return filePayload(PFClipboardAction::cut); },
-                    {"text/uri-list", "x-special/gnome-copied-files", "application/x-kde-cutselection"}},
-        TargetsCase{"png", imagePayload, {"image/png"}},
-        TargetsCase{"svg", svgPayload, {"image/svg+xml"}},
-        TargetsCase{"bytes", bytesPayload, {"application/x-custom"}},
-        TargetsCase{"empty", [] { return std::make_unique<PFClipboardData>(); }, {}}),
+    ::testing::Values(TargetsCase{"text",
+                                  textPayload,
+                                  {"UTF8_STRING", "text/plain;charset=utf-8", "text/plain",
+                                   "STRING", "TEXT"}},
+                      TargetsCase{"files_copied",
+                                  [] { return filePayload(PFClipboardAction::copy); },
+                                  {"text/uri-list", "x-special/gnome-copied-files"}},
+                      TargetsCase{"files_cut",
+                                  [] { return filePayload(PFClipboardAction::cut); },
+                                  {"text/uri-list", "x-special/gnome-copied-files",
+                                   "application/x-kde-cutselection"}},
+                      TargetsCase{"png", imagePayload, {"image/png"}},
+                      TargetsCase{"svg", svgPayload, {"image/svg+xml"}},
+                      TargetsCase{"bytes", bytesPayload, {"application/x-custom"}},
+                      TargetsCase{"empty", [] { return std::make_unique<PFClipboardData>(); }, {}}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // --- Large transfers (INCR) ----------------------------------------------------------------
@@ -244,7 +307,8 @@ std::string largeText(std::size_t size) {
   text.reserve(size + 8);
   for (std::size_t i = 0; text.size() < size; ++i) {
     text += static_cast<char>('a' + i % 26);
-    if (i % 4096 == 0) text += "\xC3\xA9\xF0\x9F\x98\x80";
+    if (i % 4096 == 0)
+      text += "\xC3\xA9\xF0\x9F\x98\x80";
   }
   return text;
 }

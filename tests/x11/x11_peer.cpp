@@ -6,6 +6,7 @@
 //   x11_peer manager OUTFILE
 #include <xcb/xcb.h>
 
+#include <unistd.h>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +18,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -42,8 +42,10 @@ std::string readFile(std::string const& path) {
 xcb_generic_event_t* waitEvent(std::uint8_t type) {
   for (;;) {
     auto* event = xcb_wait_for_event(c);
-    if (!event) std::exit(2);
-    if ((event->response_type & 0x7f) == type) return event;
+    if (!event)
+      std::exit(2);
+    if ((event->response_type & 0x7f) == type)
+      return event;
     std::free(event);
   }
 }
@@ -77,7 +79,8 @@ struct Target {
 };
 
 int serve(int argc, char** argv) {
-  xcb_atom_t const selection = std::string(argv[2]) == "primary" ? xcb_atom_t{XCB_ATOM_PRIMARY} : atom("CLIPBOARD");
+  xcb_atom_t const selection =
+      std::string(argv[2]) == "primary" ? xcb_atom_t{XCB_ATOM_PRIMARY} : atom("CLIPBOARD");
   std::set<xcb_atom_t> refused;
   int delayMs = 0;
   long dieAfter = -1;
@@ -127,12 +130,15 @@ int serve(int argc, char** argv) {
   long chunksSent = 0;
   for (;;) {
     auto* event = xcb_wait_for_event(c);
-    if (!event) return 2;
+    if (!event)
+      return 2;
     auto const type = event->response_type & 0x7f;
-    if (type == XCB_SELECTION_CLEAR) return 0;  // like xclip: gone once replaced
+    if (type == XCB_SELECTION_CLEAR)
+      return 0;  // like xclip: gone once replaced
     if (type == XCB_SELECTION_REQUEST) {
       auto const request = *reinterpret_cast<xcb_selection_request_event_t*>(event);
-      if (delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+      if (delayMs > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
       xcb_atom_t const property = request.property ? request.property : request.target;
       auto const found = targets.find(request.target);
       if (request.target == targetsAtom && !refused.count(targetsAtom)) {
@@ -162,20 +168,22 @@ int serve(int argc, char** argv) {
       auto const& property = *reinterpret_cast<xcb_property_notify_event_t*>(event);
       auto const it = transfers.find({property.window, property.atom});
       if (property.state == XCB_PROPERTY_DELETE && it != transfers.end()) {
-        if (dieAfter >= 0 && chunksSent >= dieAfter) _exit(3);
+        if (dieAfter >= 0 && chunksSent >= dieAfter)
+          _exit(3);
         if (stallAfter >= 0 && chunksSent >= stallAfter) {
           std::free(event);
           continue;
         }
         auto& transfer = it->second;
         std::size_t const length = std::min(chunk, transfer.data->size() - transfer.offset);
-        xcb_change_property(c, XCB_PROP_MODE_REPLACE, property.window, property.atom,
-                            transfer.type, 8, static_cast<std::uint32_t>(length),
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, property.window, property.atom, transfer.type,
+                            8, static_cast<std::uint32_t>(length),
                             transfer.data->data() + transfer.offset);
         xcb_flush(c);
         transfer.offset += length;
         ++chunksSent;
-        if (length == 0) transfers.erase(it);
+        if (length == 0)
+          transfers.erase(it);
       }
     }
     std::free(event);
@@ -191,7 +199,8 @@ int manager(char** argv) {
   xcb_set_selection_owner(c, window, atom("CLIPBOARD_MANAGER"), serverTime());
   xcb_flush(c);
   for (;;) {
-    auto* event = reinterpret_cast<xcb_selection_request_event_t*>(waitEvent(XCB_SELECTION_REQUEST));
+    auto* event =
+        reinterpret_cast<xcb_selection_request_event_t*>(waitEvent(XCB_SELECTION_REQUEST));
     auto const request = *event;
     std::free(event);
     if (request.target != saveTargets) {
@@ -235,14 +244,17 @@ int main(int argc, char** argv) {
   }
   int screen = 0;
   c = xcb_connect(nullptr, &screen);
-  if (xcb_connection_has_error(c)) return 2;
+  if (xcb_connection_has_error(c))
+    return 2;
   auto const root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
   window = xcb_generate_id(c);
   std::uint32_t const mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
   xcb_create_window(c, 0, window, root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
                     XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
   std::string const mode = argv[1];
-  if (mode == "serve") return serve(argc, argv);
-  if (mode == "manager") return manager(argv);
+  if (mode == "serve")
+    return serve(argc, argv);
+  if (mode == "manager")
+    return manager(argv);
   return 64;
 }

@@ -61,16 +61,20 @@ TEST_P(StoppedOwner, CallsFailWithinTheTimeoutInsteadOfHanging) {
 INSTANTIATE_TEST_SUITE_P(
     Calls, StoppedOwner,
     ::testing::Values(
-        StoppedCase{"read_text", [](PFX11Clipboard& b) { b.read(u"text/plain", PFClipboardMode::clipboard); }},
-        StoppedCase{"read_bytes", [](PFX11Clipboard& b) { b.read(u"application/x-any", PFClipboardMode::clipboard); }},
-        StoppedCase{"list", [](PFX11Clipboard& b) { b.availableMimeTypes(PFClipboardMode::clipboard); }}),
+        StoppedCase{"read_text",
+                    [](PFX11Clipboard& b) { b.read(u"text/plain", PFClipboardMode::clipboard); }},
+        StoppedCase{
+            "read_bytes",
+            [](PFX11Clipboard& b) { b.read(u"application/x-any", PFClipboardMode::clipboard); }},
+        StoppedCase{"list",
+                    [](PFX11Clipboard& b) { b.availableMimeTypes(PFClipboardMode::clipboard); }}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(X11Test, AnOwnerThatDiesMidTransferGivesAnErrorNotPartialData) {
   auto const file = dir.file("big", std::string(20u << 20, 'x'));
-  auto& owner = peerOwner(PFClipboardMode::clipboard,
-                          {"--chunk", "1048576", "--incr-above", "1048576", "--die-after-chunks",
-                           "3", "UTF8_STRING:" + file});
+  auto& owner =
+      peerOwner(PFClipboardMode::clipboard, {"--chunk", "1048576", "--incr-above", "1048576",
+                                             "--die-after-chunks", "3", "UTF8_STRING:" + file});
   auto backend = pf::clipboard::makeX11Clipboard(options());
   try {
     auto const content = backend->read(u"text/plain", PFClipboardMode::clipboard);
@@ -120,38 +124,64 @@ TEST_P(PeerDecoding, FollowsWhatTheOwnerAnswers) {
   auto const& c = GetParam();
   auto const file = dir.file("contents", c.contents);
   std::vector<std::string> args = c.extra;
-  for (auto const& target : c.targets) args.push_back(target + ":" + file);
+  for (auto const& target : c.targets)
+    args.push_back(target + ":" + file);
   peerOwner(PFClipboardMode::clipboard, args);
   auto backend = pf::clipboard::makeX11Clipboard(options());
   EXPECT_EQ(backend->read(fl::i18n::to_ustring(c.mime), PFClipboardMode::clipboard), c.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Owners, PeerDecoding,
-    ::testing::Values(
-        DecodeCase{"string_only_is_latin1", {"STRING"}, "caf\xE9", {}, "text/plain",
-                   std::u16string(u"caf\u00e9")},
-        DecodeCase{"refused_utf8_falls_back", {"UTF8_STRING", "text/plain;charset=utf-8"},
-                   "\xE2\x98\x83", {"--refuse", "UTF8_STRING"}, "text/plain",
-                   std::u16string(u"\u2603")},
-        DecodeCase{"utf8_answered_as_string", {"UTF8_STRING@STRING"}, "\xE9", {}, "text/plain",
-                   std::u16string(u"\u00e9")},
-        DecodeCase{"png_answered_as_text", {"image/png@UTF8_STRING"}, "not a png", {}, "image/png",
-                   ClipboardContent{}},
-        DecodeCase{"bytes_of_another_type", {"application/x-a@application/x-b"}, "b", {},
-                   "application/x-a", ClipboardContent{}},
-        DecodeCase{"bytes_as_they_are", {"application/x-a"}, std::string("\0\xFF", 2), {},
-                   "application/x-a", bytesOf(std::string("\0\xFF", 2))},
-        DecodeCase{"nothing_readable", {"image/png"}, "png", {"--refuse", "image/png"}, "text/plain",
-                   ClipboardContent{}}),
-    [](auto const& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Owners, PeerDecoding,
+                         ::testing::Values(DecodeCase{"string_only_is_latin1",
+                                                      {"STRING"},
+                                                      "caf\xE9",
+                                                      {},
+                                                      "text/plain",
+                                                      std::u16string(u"caf\u00e9")},
+                                           DecodeCase{"refused_utf8_falls_back",
+                                                      {"UTF8_STRING", "text/plain;charset=utf-8"},
+                                                      "\xE2\x98\x83",
+                                                      {"--refuse", "UTF8_STRING"},
+                                                      "text/plain",
+                                                      std::u16string(u"\u2603")},
+                                           DecodeCase{"utf8_answered_as_string",
+                                                      {"UTF8_STRING@STRING"},
+                                                      "\xE9",
+                                                      {},
+                                                      "text/plain",
+                                                      std::u16string(u"\u00e9")},
+                                           DecodeCase{"png_answered_as_text",
+                                                      {"image/png@UTF8_STRING"},
+                                                      "not a png",
+                                                      {},
+                                                      "image/png",
+                                                      ClipboardContent{}},
+                                           DecodeCase{"bytes_of_another_type",
+                                                      {"application/x-a@application/x-b"},
+                                                      "b",
+                                                      {},
+                                                      "application/x-a",
+                                                      ClipboardContent{}},
+                                           DecodeCase{"bytes_as_they_are",
+                                                      {"application/x-a"},
+                                                      std::string("\0\xFF", 2),
+                                                      {},
+                                                      "application/x-a",
+                                                      bytesOf(std::string("\0\xFF", 2))},
+                                           DecodeCase{"nothing_readable",
+                                                      {"image/png"},
+                                                      "png",
+                                                      {"--refuse", "image/png"},
+                                                      "text/plain",
+                                                      ClipboardContent{}}),
+                         [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(X11Test, ListingCollapsesTextAndDropsMetaTargets) {
   auto const file = dir.file("any", "x");
-  peerOwner(PFClipboardMode::clipboard,
-            {"image/png:" + file, "UTF8_STRING:" + file, "DELETE:" + file, "STRING:" + file,
-             "text/html:" + file, "INCR:" + file, "text/plain;charset=utf-8:" + file,
-             "PIXMAP:" + file});
+  peerOwner(
+      PFClipboardMode::clipboard,
+      {"image/png:" + file, "UTF8_STRING:" + file, "DELETE:" + file, "STRING:" + file,
+       "text/html:" + file, "INCR:" + file, "text/plain;charset=utf-8:" + file, "PIXMAP:" + file});
   auto backend = pf::clipboard::makeX11Clipboard(options());
   EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard),
             (std::vector<std::u16string>{u"image/png", u"text/plain", u"text/html"}));
@@ -203,7 +233,8 @@ TEST_F(X11Test, AStoppedXclipReaderDoesNotBlockOthers) {
   std::string const big(20u << 20, 'q');
   auto backend = pf::clipboard::makeX11Clipboard(options());
   backend->write(text(fl::i18n::to_ustring(big)), PFClipboardMode::clipboard);
-  Process stalled({"xclip", "-selection", "clipboard", "-o"}, {"/dev/null", dir.path() + "/stalled"});
+  Process stalled({"xclip", "-selection", "clipboard", "-o"},
+                  {"/dev/null", dir.path() + "/stalled"});
   std::this_thread::sleep_for(50ms);
   stalled.signal(SIGSTOP);
   auto const other = xclipRead(PFClipboardMode::clipboard, "UTF8_STRING");
@@ -236,10 +267,14 @@ TEST_F(X11Test, MultipleConvertsEachPairAndMarksRefusals) {
   data->addData(u"application/x-big", bytesOf(std::string(300000, 'b')));
   backend->write(std::move(data), PFClipboardMode::clipboard);
   std::vector<std::uint32_t> const pairs = {
-      raw->atom("UTF8_STRING"),       raw->atom("_P1"),  // served
-      raw->atom("image/png"),         raw->atom("_P2"),  // not ours
-      raw->atom("STRING"),            raw->atom("_P3"),  // served
-      raw->atom("application/x-big"), raw->atom("_P4"),  // below the server's threshold
+      raw->atom("UTF8_STRING"),
+      raw->atom("_P1"),  // served
+      raw->atom("image/png"),
+      raw->atom("_P2"),  // not ours
+      raw->atom("STRING"),
+      raw->atom("_P3"),  // served
+      raw->atom("application/x-big"),
+      raw->atom("_P4"),  // below the server's threshold
   };
   auto const reply = raw->convert("CLIPBOARD", "MULTIPLE", "_PAIRS", &pairs);
   ASSERT_TRUE(reply);
@@ -307,15 +342,15 @@ TEST_P(ReadOurOwnThroughX, EveryKindComesBackAsWritten) {
   auto const png = samplePng();
   auto data = text(longText);
   data->addData(u"text/uri-list", paths);
-  data->addData(u"image/png",
-                std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png, bytesOf(png)));
+  data->addData(u"image/png", std::make_unique<pf::graphics::PFImage>(
+                                  pf::graphics::PFImage::Format::png, bytesOf(png)));
   data->addData(u"application/x-raw", bytesOf(std::string(70000, '\x01')));
   writer->write(std::move(data), PFClipboardMode::selection);
 
-  EXPECT_EQ(reader->availableMimeTypes(PFClipboardMode::selection),
-            (std::vector<std::u16string>{u"text/plain", u"text/uri-list",
-                                         u"x-special/gnome-copied-files", u"image/png",
-                                         u"application/x-raw"}));
+  EXPECT_EQ(
+      reader->availableMimeTypes(PFClipboardMode::selection),
+      (std::vector<std::u16string>{u"text/plain", u"text/uri-list", u"x-special/gnome-copied-files",
+                                   u"image/png", u"application/x-raw"}));
   EXPECT_EQ(textOf(reader->read(u"text/plain", PFClipboardMode::selection)), longText);
   EXPECT_EQ(reader->read(u"text/uri-list", PFClipboardMode::selection), ClipboardContent(paths));
   auto const image = reader->read(u"image/png", PFClipboardMode::selection);
@@ -353,13 +388,15 @@ TEST_F(X11Test, SeveralThreadsReadFromAnotherOwnerAtOnce) {
       for (int i = 0; i < 10; ++i) {
         try {
           auto const content = backend->read(u"text/plain", PFClipboardMode::clipboard);
-          if (content.index() == 1 && std::get<1>(content).size() == contents.size()) ++good;
+          if (content.index() == 1 && std::get<1>(content).size() == contents.size())
+            ++good;
         } catch (std::exception const&) {
         }
       }
     });
   }
-  for (auto& thread : threads) thread.join();
+  for (auto& thread : threads)
+    thread.join();
   EXPECT_EQ(good.load(), 40);
 }
 
@@ -376,7 +413,8 @@ TEST_F(X11Test, AListenerMayReadThroughXWhileWeOwn) {
       pf::event::PFSignalLocator::Instance()
           .containerOf(pf::event::PFServiceType::clipboard)
           .connect(pf::event::kClipboardChanged, [&] {
-            if (once.exchange(true)) return;
+            if (once.exchange(true))
+              return;
             try {
               seen.set_value(textOf(reader->read(u"text/plain", PFClipboardMode::clipboard)));
             } catch (...) {
@@ -398,7 +436,8 @@ TEST_F(X11Test, AListenerMayListOurOwnBackend) {
       pf::event::PFSignalLocator::Instance()
           .containerOf(pf::event::PFServiceType::clipboard)
           .connect(pf::event::kClipboardChanged, [&] {
-            if (!once.exchange(true)) seen.set_value(backend->availableMimeTypes(PFClipboardMode::clipboard));
+            if (!once.exchange(true))
+              seen.set_value(backend->availableMimeTypes(PFClipboardMode::clipboard));
           }));
   xclipOwner(PFClipboardMode::clipboard, "text/html", "<b>x</b>");
   auto future = seen.get_future();
@@ -417,8 +456,13 @@ TEST_F(X11Test, ChangesOfTheClipboardAreSignalled) {
   // xsel -c leaves the clipboard without an owner.
   EXPECT_EQ(run({"xsel", "-b", "-c"}).status, 0);
   EXPECT_TRUE(changes.waitFor(2));
-  backend->write(text(u"ours"), PFClipboardMode::clipboard);
+  // An owner that dies takes the clipboard with it.
+  xclipOwner(PFClipboardMode::clipboard, "", "two");
   EXPECT_TRUE(changes.waitFor(3));
+  owners.back()->signal(SIGKILL);
+  EXPECT_TRUE(changes.waitFor(4));
+  backend->write(text(u"ours"), PFClipboardMode::clipboard);
+  EXPECT_TRUE(changes.waitFor(5));
 }
 
 TEST_F(X11Test, PrimaryChangesReachTheHookButNotTheClipboardEvent) {
@@ -427,7 +471,8 @@ TEST_F(X11Test, PrimaryChangesReachTheHookButNotTheClipboardEvent) {
   std::atomic<int> calls{0};
   auto o = options();
   o.onSelectionChanged = [&](PFClipboardMode mode) {
-    if (mode == PFClipboardMode::selection && calls++ == 0) hookCount.set_value(changes.count());
+    if (mode == PFClipboardMode::selection && calls++ == 0)
+      hookCount.set_value(changes.count());
   };
   auto backend = pf::clipboard::makeX11Clipboard(o);
   xclipOwner(PFClipboardMode::selection, "", "primary");
@@ -441,10 +486,10 @@ TEST_F(X11Test, LosingTheSelectionHandsReadsToTheNewOwner) {
   auto backend = pf::clipboard::makeX11Clipboard(options());
   backend->write(text(u"ours"), PFClipboardMode::clipboard);
   EXPECT_TRUE(backend->ownsSelection(PFClipboardMode::clipboard));
-  owners.push_back(std::make_unique<Process>(
-      std::vector<std::string>{"xclip", "-selection", "clipboard", "-i", "-quiet",
-                               dir.file("theirs", "theirs")},
-      Process::Io{"/dev/null", dir.path() + "/xclip.log"}));
+  owners.push_back(
+      std::make_unique<Process>(std::vector<std::string>{"xclip", "-selection", "clipboard", "-i",
+                                                         "-quiet", dir.file("theirs", "theirs")},
+                                Process::Io{"/dev/null", dir.path() + "/xclip.log"}));
   auto const end = std::chrono::steady_clock::now() + 5s;
   while (backend->ownsSelection(PFClipboardMode::clipboard) &&
          std::chrono::steady_clock::now() < end) {
@@ -452,6 +497,25 @@ TEST_F(X11Test, LosingTheSelectionHandsReadsToTheNewOwner) {
   }
   EXPECT_FALSE(backend->ownsSelection(PFClipboardMode::clipboard));
   EXPECT_EQ(textOf(backend->read(u"text/plain", PFClipboardMode::clipboard)), u"theirs");
+}
+
+TEST(X11ServerLoss, CallsFailInsteadOfHangingWhenTheServerGoesAway) {
+  XServer server;
+  auto o = options();
+  o.display = server.display();
+  auto backend = pf::clipboard::makeX11Clipboard(o);
+  backend->write(text(u"before"), PFClipboardMode::clipboard);
+  server.kill();
+  EXPECT_THROW(backend->read(u"text/plain", PFClipboardMode::selection), std::runtime_error);
+  EXPECT_THROW(backend->availableMimeTypes(PFClipboardMode::selection), std::runtime_error);
+  EXPECT_THROW(backend->write(text(u"after"), PFClipboardMode::clipboard), std::runtime_error);
+  // The event thread noticed as well: we no longer claim the selection.
+  auto const end = std::chrono::steady_clock::now() + 5s;
+  while (backend->ownsSelection(PFClipboardMode::clipboard) &&
+         std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(5ms);
+  }
+  EXPECT_FALSE(backend->ownsSelection(PFClipboardMode::clipboard));
 }
 
 // --- Shutdown -------------------------------------------------------------------------------

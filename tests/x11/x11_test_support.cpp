@@ -35,7 +35,8 @@ struct Freed {
 };
 
 std::string findProgram(std::string const& name) {
-  if (name.find('/') != std::string::npos) return name;
+  if (name.find('/') != std::string::npos)
+    return name;
   char const* path = std::getenv("PATH");
   std::string dirs = path ? path : "/usr/bin:/bin";
   std::size_t start = 0;
@@ -43,8 +44,10 @@ std::string findProgram(std::string const& name) {
     auto const end = dirs.find(':', start);
     auto const dir = dirs.substr(start, end == std::string::npos ? std::string::npos : end - start);
     auto const candidate = (dir.empty() ? "." : dir) + "/" + name;
-    if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-    if (end == std::string::npos) break;
+    if (::access(candidate.c_str(), X_OK) == 0)
+      return candidate;
+    if (end == std::string::npos)
+      break;
     start = end + 1;
   }
   throw std::runtime_error("program not found: " + name);
@@ -56,18 +59,22 @@ pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const
             std::vector<std::pair<int, int>> const& fds) {
   std::string const program = findProgram(argv.at(0));
   std::vector<char*> args;
-  for (auto const& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  for (auto const& a : argv)
+    args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   std::vector<char*> envp;
-  for (auto const& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+  for (auto const& e : env)
+    envp.push_back(const_cast<char*>(e.c_str()));
   envp.push_back(nullptr);
   pid_t const parent = ::getpid();
   pid_t const pid = ::fork();
-  if (pid < 0) throw std::runtime_error("fork failed");
+  if (pid < 0)
+    throw std::runtime_error("fork failed");
   if (pid == 0) {
     ::setpgid(0, 0);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) _exit(127);
+    if (::getppid() != parent)
+      _exit(127);
     for (auto const& [child, ours] : fds) {
       if (child == ours) {
         ::fcntl(ours, F_SETFD, 0);
@@ -84,9 +91,11 @@ pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const
 std::vector<std::string> childEnvironment(std::string const& display) {
   std::vector<std::string> env;
   for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "DISPLAY=", 8) != 0) env.emplace_back(*e);
+    if (std::strncmp(*e, "DISPLAY=", 8) != 0)
+      env.emplace_back(*e);
   }
-  if (!display.empty()) env.push_back("DISPLAY=" + display);
+  if (!display.empty())
+    env.push_back("DISPLAY=" + display);
   return env;
 }
 
@@ -95,9 +104,12 @@ std::optional<int> waitForExit(pid_t pid, std::chrono::milliseconds timeout) {
   for (;;) {
     int status = 0;
     pid_t const got = ::waitpid(pid, &status, WNOHANG);
-    if (got == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    if (got < 0) return -1;
-    if (std::chrono::steady_clock::now() >= end) return std::nullopt;
+    if (got == pid)
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (got < 0)
+      return -1;
+    if (std::chrono::steady_clock::now() >= end)
+      return std::nullopt;
     std::this_thread::sleep_for(2ms);
   }
 }
@@ -111,47 +123,7 @@ void terminate(pid_t pid) {
   }
 }
 
-class Xvfb {
- public:
-  Xvfb() {
-    int fds[2];
-    if (::pipe(fds) != 0) throw std::runtime_error("pipe failed");
-    int const devnull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    pid_ = spawn({"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-noreset", "-screen", "0",
-                  "640x480x24"},
-                 childEnvironment(""), {{0, devnull}, {1, devnull}, {2, devnull}, {3, fds[1]}});
-    ::close(devnull);
-    ::close(fds[1]);
-    std::string number;
-    auto const end = std::chrono::steady_clock::now() + 10s;
-    while (number.empty() || number.back() != '\n') {
-      pollfd pfd{fds[0], POLLIN, 0};
-      auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
-          end - std::chrono::steady_clock::now());
-      if (left.count() <= 0 || ::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) break;
-      char buffer[16];
-      auto const got = ::read(fds[0], buffer, sizeof buffer);
-      if (got <= 0) break;
-      number.append(buffer, static_cast<std::size_t>(got));
-    }
-    ::close(fds[0]);
-    if (number.empty() || number.back() != '\n') {
-      terminate(pid_);
-      throw std::runtime_error("Xvfb did not start");
-    }
-    number.pop_back();
-    display_ = ":" + number;
-  }
-  ~Xvfb() { terminate(pid_); }
-
-  std::string const& display() const { return display_; }
-
- private:
-  pid_t pid_ = -1;
-  std::string display_;
-};
-
-std::unique_ptr<Xvfb> g_xvfb;
+std::unique_ptr<XServer> g_xvfb;
 std::mutex g_xvfbMutex;
 
 // Stops the server after the last test of the process.
@@ -170,13 +142,58 @@ class XvfbEnvironment : public ::testing::Environment {
 
 std::string const& display() {
   std::lock_guard<std::mutex> lock(g_xvfbMutex);
-  if (!g_xvfb) g_xvfb = std::make_unique<Xvfb>();
+  if (!g_xvfb)
+    g_xvfb = std::make_unique<XServer>();
   return g_xvfb->display();
+}
+
+XServer::XServer() {
+  int fds[2];
+  if (::pipe(fds) != 0)
+    throw std::runtime_error("pipe failed");
+  int const devnull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  pid_ = spawn(
+      {"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-noreset", "-screen", "0", "640x480x24"},
+      childEnvironment(""), {{0, devnull}, {1, devnull}, {2, devnull}, {3, fds[1]}});
+  ::close(devnull);
+  ::close(fds[1]);
+  std::string number;
+  auto const end = std::chrono::steady_clock::now() + 10s;
+  while (number.empty() || number.back() != '\n') {
+    pollfd pfd{fds[0], POLLIN, 0};
+    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
+    if (left.count() <= 0 || ::poll(&pfd, 1, static_cast<int>(left.count())) <= 0)
+      break;
+    char buffer[16];
+    auto const got = ::read(fds[0], buffer, sizeof buffer);
+    if (got <= 0)
+      break;
+    number.append(buffer, static_cast<std::size_t>(got));
+  }
+  ::close(fds[0]);
+  if (number.empty() || number.back() != '\n') {
+    terminate(pid_);
+    throw std::runtime_error("Xvfb did not start");
+  }
+  number.pop_back();
+  display_ = ":" + number;
+}
+
+XServer::~XServer() {
+  kill();
+}
+
+void XServer::kill() {
+  if (pid_ > 0)
+    terminate(pid_);
+  pid_ = -1;
 }
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "x11-test-XXXXXX").string();
-  if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  if (!::mkdtemp(pattern.data()))
+    throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }
 
@@ -200,8 +217,10 @@ Process::Process(std::vector<std::string> const& argv, Io const& io) {
   int const in = ::open(io.stdinPath.c_str(), O_RDONLY | O_CLOEXEC);
   int const out = ::open(io.outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (in < 0 || out < 0) {
-    if (in >= 0) ::close(in);
-    if (out >= 0) ::close(out);
+    if (in >= 0)
+      ::close(in);
+    if (out >= 0)
+      ::close(out);
     throw std::runtime_error("cannot open the files of " + argv.at(0));
   }
   pid_ = spawn(argv, childEnvironment(display()), {{0, in}, {1, out}, {2, out}});
@@ -209,17 +228,23 @@ Process::Process(std::vector<std::string> const& argv, Io const& io) {
   ::close(out);
 }
 
-Process::~Process() { stop(); }
+Process::~Process() {
+  stop();
+}
 
-void Process::signal(int sig) const { ::kill(pid_, sig); }
+void Process::signal(int sig) const {
+  ::kill(pid_, sig);
+}
 
 std::optional<int> Process::wait(std::chrono::milliseconds timeout) {
-  if (!status_) status_ = waitForExit(pid_, timeout);
+  if (!status_)
+    status_ = waitForExit(pid_, timeout);
   return status_;
 }
 
 void Process::stop() {
-  if (status_) return;
+  if (status_)
+    return;
   terminate(pid_);
   status_ = -1;
 }
@@ -235,17 +260,21 @@ RunResult run(std::vector<std::string> const& argv, std::string const& stdinPath
     Process process(command, {stdinPath, outputPath});
     auto const status = process.wait(limit + 5s);
     result.status = status ? *status : -1;
-    if (result.status == 124 || result.status == 137) result.status = -1;
+    if (result.status == 124 || result.status == 137)
+      result.status = -1;
   }
   result.output = readFile(outputPath);
   return result;
 }
 
-std::string peerProgram() { return X11_PEER_PROGRAM; }
+std::string peerProgram() {
+  return X11_PEER_PROGRAM;
+}
 
 RawClient::RawClient() {
   c_ = xcb_connect(display().c_str(), nullptr);
-  if (xcb_connection_has_error(c_)) throw std::runtime_error("cannot connect to " + display());
+  if (xcb_connection_has_error(c_))
+    throw std::runtime_error("cannot connect to " + display());
   auto const root = xcb_setup_roots_iterator(xcb_get_setup(c_)).data->root;
   window_ = xcb_generate_id(c_);
   std::uint32_t const mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
@@ -254,7 +283,9 @@ RawClient::RawClient() {
   xcb_flush(c_);
 }
 
-RawClient::~RawClient() { xcb_disconnect(c_); }
+RawClient::~RawClient() {
+  xcb_disconnect(c_);
+}
 
 std::uint32_t RawClient::atom(std::string const& name) {
   Freed<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
@@ -265,7 +296,8 @@ std::uint32_t RawClient::atom(std::string const& name) {
 std::string RawClient::atomName(std::uint32_t atom) {
   Freed<xcb_get_atom_name_reply_t> reply(
       xcb_get_atom_name_reply(c_, xcb_get_atom_name(c_, atom), nullptr));
-  if (!reply) return {};
+  if (!reply)
+    return {};
   return std::string(xcb_get_atom_name_name(reply.p),
                      static_cast<std::size_t>(xcb_get_atom_name_name_length(reply.p)));
 }
@@ -280,7 +312,8 @@ bool RawClient::waitForOwner(std::string const& selection, bool want,
                              std::chrono::milliseconds timeout) {
   auto const end = std::chrono::steady_clock::now() + timeout;
   while ((owner(selection) != 0) != want) {
-    if (std::chrono::steady_clock::now() >= end) return false;
+    if (std::chrono::steady_clock::now() >= end)
+      return false;
     std::this_thread::sleep_for(5ms);
   }
   return true;
@@ -291,7 +324,8 @@ RawClient::Converted RawClient::property(std::string const& name) {
       c_, xcb_get_property(c_, 1, window_, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0, 1u << 26),
       nullptr));
   Converted out;
-  if (!reply) return out;
+  if (!reply)
+    return out;
   out.type = reply->type ? atomName(reply->type) : "";
   out.format = reply->format;
   out.data.assign(static_cast<char const*>(xcb_get_property_value(reply.p)),
@@ -314,14 +348,17 @@ std::optional<RawClient::Converted> RawClient::convert(
   for (;;) {
     while (auto* event = xcb_poll_for_event(c_)) {
       Freed<xcb_generic_event_t> owned(event);
-      if ((event->response_type & 0x7f) != XCB_SELECTION_NOTIFY) continue;
+      if ((event->response_type & 0x7f) != XCB_SELECTION_NOTIFY)
+        continue;
       auto const* notify = reinterpret_cast<xcb_selection_notify_event_t*>(event);
-      if (notify->property == 0) return std::nullopt;
+      if (notify->property == 0)
+        return std::nullopt;
       return property == notify->property ? this->property(propertyName) : Converted{};
     }
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
         end - std::chrono::steady_clock::now());
-    if (left.count() <= 0 || xcb_connection_has_error(c_)) return std::nullopt;
+    if (left.count() <= 0 || xcb_connection_has_error(c_))
+      return std::nullopt;
     pollfd pfd{xcb_get_file_descriptor(c_), POLLIN, 0};
     ::poll(&pfd, 1, static_cast<int>(left.count()));
   }
@@ -339,22 +376,26 @@ bool RawClient::startIncrAndStall(std::string const& selection, std::string cons
       Freed<xcb_generic_event_t> owned(event);
       auto const type = event->response_type & 0x7f;
       if (type == XCB_SELECTION_NOTIFY && !started) {
-        if (reinterpret_cast<xcb_selection_notify_event_t*>(event)->property != property) return false;
+        if (reinterpret_cast<xcb_selection_notify_event_t*>(event)->property != property)
+          return false;
         Freed<xcb_get_property_reply_t> reply(xcb_get_property_reply(
             c_, xcb_get_property(c_, 0, window_, property, XCB_GET_PROPERTY_TYPE_ANY, 0, 1),
             nullptr));
-        if (!reply || reply->type != atom("INCR")) return false;
+        if (!reply || reply->type != atom("INCR"))
+          return false;
         xcb_delete_property(c_, window_, property);  // starts the transfer
         xcb_flush(c_);
         started = true;
       } else if (type == XCB_PROPERTY_NOTIFY && started) {
         auto const* notify = reinterpret_cast<xcb_property_notify_event_t*>(event);
-        if (notify->atom == property && notify->state == XCB_PROPERTY_NEW_VALUE) return true;
+        if (notify->atom == property && notify->state == XCB_PROPERTY_NEW_VALUE)
+          return true;
       }
     }
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
         end - std::chrono::steady_clock::now());
-    if (left.count() <= 0 || xcb_connection_has_error(c_)) return false;
+    if (left.count() <= 0 || xcb_connection_has_error(c_))
+      return false;
     pollfd pfd{xcb_get_file_descriptor(c_), POLLIN, 0};
     ::poll(&pfd, 1, static_cast<int>(left.count()));
   }
@@ -371,7 +412,9 @@ Changes::Changes() {
           }));
 }
 
-Changes::~Changes() { registration_->unregister(); }
+Changes::~Changes() {
+  registration_->unregister();
+}
 
 int Changes::count() {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -396,19 +439,22 @@ pf::clipboard::PFX11ClipboardOptions options() {
 
 std::vector<std::byte> bytesOf(std::string const& text) {
   std::vector<std::byte> out(text.size());
-  if (!text.empty()) std::memcpy(out.data(), text.data(), text.size());
+  if (!text.empty())
+    std::memcpy(out.data(), text.data(), text.size());
   return out;
 }
 
 std::string stringOf(std::vector<std::byte> const& bytes) {
   std::string out(bytes.size(), '\0');
-  if (!bytes.empty()) std::memcpy(out.data(), bytes.data(), bytes.size());
+  if (!bytes.empty())
+    std::memcpy(out.data(), bytes.data(), bytes.size());
   return out;
 }
 
 std::string samplePng() {
   std::vector<std::uint8_t> rgba(9 * 4 * 4);
-  for (std::size_t i = 0; i < rgba.size(); ++i) rgba[i] = static_cast<std::uint8_t>(i * 29 + 7);
+  for (std::size_t i = 0; i < rgba.size(); ++i)
+    rgba[i] = static_cast<std::uint8_t>(i * 29 + 7);
   return stringOf(pf::graphics::PFImage::fromRgba(9, 4, std::move(rgba))->encodedBytes());
 }
 

@@ -27,6 +27,21 @@ using namespace std::chrono_literals;
 // The display of this process's Xvfb, started on first use and stopped at exit.
 std::string const& display();
 
+// An Xvfb of its own, for a test that takes the server away.
+class XServer {
+ public:
+  XServer();
+  ~XServer();
+  XServer(XServer const&) = delete;
+  XServer& operator=(XServer const&) = delete;
+  std::string const& display() const { return display_; }
+  void kill();
+
+ private:
+  pid_t pid_ = -1;
+  std::string display_;
+};
+
 // A scratch directory, removed with everything in it.
 class TempDir {
  public:
@@ -68,7 +83,7 @@ class Process {
 };
 
 struct RunResult {
-  int status = -1;  // exit code; -1 when killed or timed out
+  int status = -1;     // exit code; -1 when killed or timed out
   std::string output;  // stdout
 };
 // Runs a command to its end (at most `limit`, through timeout(1)).
