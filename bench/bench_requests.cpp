@@ -23,8 +23,9 @@ std::string sampleText(std::size_t bytes) {
   std::string text;
   text.reserve(bytes + 8);
   std::mt19937 random(7);
-  char const* const words[] = {"clipboard ", "editor ", "paste ", "caf\xc3\xa9 ", "line\n",
-                               "tab\t",      "\"quoted\" ", "na\xc3\xafve ", "JSON "};
+  char const* const words[] = {"clipboard ",   "editor ",       "paste ",
+                               "caf\xc3\xa9 ", "line\n",        "tab\t",
+                               "\"quoted\" ",  "na\xc3\xafve ", "JSON "};
   while (text.size() < bytes) {
     text += words[random() % 9];
   }

@@ -168,8 +168,8 @@ class ClipboardImpl {
 
  private:
   std::unique_ptr<pf::event::PFEventRegistration> changeRegistration;  // 61
-  std::vector<foundation::json::Value> lastReportedFlavors;           // 62
-  bool changeSubscriptionActive = false;                              // 63
+  std::vector<foundation::json::Value> lastReportedFlavors;            // 62
+  bool changeSubscriptionActive = false;                               // 63
 
   // Serializes the three members above between request threads and the thread that emits the
   // change signal. Held only while reading or writing them: never across a platform call, a

@@ -68,8 +68,8 @@ std::string ClipboardImpl::getClipboardContentImages(pf::clipboard::ClipboardCon
     return std::string();
   }
   try {
-    int const code =
-        image->kind() == pf::graphics::kVectorImage ? pf::graphics::kEncodeSvg : pf::graphics::kEncodePng;
+    int const code = image->kind() == pf::graphics::kVectorImage ? pf::graphics::kEncodeSvg
+                                                                 : pf::graphics::kEncodePng;
     std::string encoded;
     {
       std::unordered_map<std::u16string, std::u16string> const options;

@@ -82,8 +82,7 @@ std::map<std::string, Value> ClipboardImpl::getClipboardData(
     }
 
     // The content is handed to its getter and not used again, so it is moved rather than copied.
-    if (mimeType == nativeMimeType1 || mimeType == nativeMimeType2 ||
-        mimeType == nativeMimeType3) {
+    if (mimeType == nativeMimeType1 || mimeType == nativeMimeType2 || mimeType == nativeMimeType3) {
       text = getClipboardContentApplicationType(std::move(content));
       if (text.empty()) {
         content = pf::clipboard::getClipboardDataSync(

@@ -49,8 +49,8 @@ void ClipboardImpl::handleSetClipboardDataRequest(
 void ClipboardImpl::handleRequestForClipboardChangeSubscription(
     connector::message_service::JsonMessage const& message, NotifyCallback const& notify,
     ReplyCallback const& reply) {
-  replyThroughEnvelope(message, "[handleRequestForClipboardChangeSubscription] UID is empty",
-                       reply, [this, &notify](RequestMap request) {
+  replyThroughEnvelope(message, "[handleRequestForClipboardChangeSubscription] UID is empty", reply,
+                       [this, &notify](RequestMap request) {
                          return handleRequestForClipboardChangeSubscription(std::move(request),
                                                                             notify);
                        });

@@ -36,7 +36,9 @@ std::string ClipboardImpl::getCppMimeType(std::string mimeType) {
   return std::string();
 }
 
-bool ClipboardImpl::isTextUriList(std::string mimeType) { return mimeType == textUriListMimeType; }
+bool ClipboardImpl::isTextUriList(std::string mimeType) {
+  return mimeType == textUriListMimeType;
+}
 
 bool ClipboardImpl::isGraphicsType(std::string mimeType) {
   return startsWith(mimeType, graphicsMimePrefix);

@@ -29,10 +29,9 @@ ClipboardImpl::ReplyMap ClipboardImpl::handleRequestForClipboardChangeSubscripti
     registered = changeRegistration != nullptr;
   }
   if (!registered) {
-    auto registration =
-        registerEventListener(pf::event::PFEventComponent::clipboard,
-                              pf::event::PFServiceType::clipboard,
-                              pf::event::kClipboardChanged, listener);
+    auto registration = registerEventListener(pf::event::PFEventComponent::clipboard,
+                                              pf::event::PFServiceType::clipboard,
+                                              pf::event::kClipboardChanged, listener);
     {
       std::lock_guard<std::mutex> lock(subscriptionMutex);
       if (!changeRegistration) {

@@ -62,11 +62,13 @@ struct ClipboardVocabulary {
 // A vocabulary that a host can use as it is:
 //   keys        "requestid", "requestid", "uid", "clipboardItems", "flavors", "data", "mimeType",
 //               "action", "success"
-//   mime types  "text/uri-list", "image/svg+xml", tagged "image/x-java-image; class=java.awt.Image",
+//   mime types  "text/uri-list", "image/svg+xml", tagged "image/x-java-image;
+//   class=java.awt.Image",
 //               ignored "application/x-java-jvm-local-objectref"
 //   prefixes    "image/", "application/", "text/", "application/x-java-"
 //   pairs       "application/rtf", "application/xhtml+xml", "application/json", each with
-//               "application/x-java-serialized-object; class=java.lang.String; format=<rtf|xhtml|json>"
+//               "application/x-java-serialized-object; class=java.lang.String;
+//               format=<rtf|xhtml|json>"
 //   data URLs   "data:" + mime + ";" + "base64" + "," + base64 (RFC 2397); tagged images carry
 //               "data:image/png;base64," + base64
 //   actions     "copy" (default), "cut" (action one)

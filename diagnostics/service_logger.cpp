@@ -9,6 +9,8 @@ namespace {
 foundation::log::diagnostic_logger g_serviceLogger{std::string(kServiceChannel)};
 }  // namespace
 
-foundation::log::diagnostic_logger& serviceLogger() noexcept { return g_serviceLogger; }
+foundation::log::diagnostic_logger& serviceLogger() noexcept {
+  return g_serviceLogger;
+}
 
 }  // namespace EditorServices::diagnostics

@@ -19,11 +19,11 @@ foundation::log::diagnostic_logger& serviceLogger() noexcept;
 // One log statement of the service: `pieces` is a stream expression ("text" << value << ...).
 // The gate comes first: when level 4 is disabled nothing of `pieces` is evaluated. A statement
 // left by an exception thrown while its pieces are written pushes no record.
-#define EDITOR_SERVICES_LOG(pieces)                                                    \
-  do {                                                                                 \
-    auto& editor_services_logger_ = ::EditorServices::diagnostics::serviceLogger();    \
+#define EDITOR_SERVICES_LOG(pieces)                                                         \
+  do {                                                                                      \
+    auto& editor_services_logger_ = ::EditorServices::diagnostics::serviceLogger();         \
     if (editor_services_logger_.is_enabled(::EditorServices::diagnostics::kServiceLevel)) { \
       BOOST_LOG_SEV(editor_services_logger_, ::EditorServices::diagnostics::kServiceLevel)  \
-          << pieces;                                                                   \
-    }                                                                                  \
+          << pieces;                                                                        \
+    }                                                                                       \
   } while (false)

@@ -75,11 +75,12 @@ void fillClipboard(pf::clipboard::PFMemoryClipboard& clipboard) {
   pf::clipboard::PFClipboardData data;
   data.addData(u"text/plain", std::u16string(u"fuzz \u00e9 \U0001F600"));
   data.addData(u"text/uri-list", std::vector<pf::clipboard::Path>{pf::clipboard::Path(u"/a b")});
-  data.addData(u"image/png", std::make_unique<pf::graphics::PFImage>(
-                                 pf::graphics::PFImage::Format::png,
-                                 std::vector<std::byte>(reinterpret_cast<std::byte const*>(tinyPng),
-                                                        reinterpret_cast<std::byte const*>(tinyPng) +
-                                                            sizeof(tinyPng))));
+  data.addData(
+      u"image/png",
+      std::make_unique<pf::graphics::PFImage>(
+          pf::graphics::PFImage::Format::png,
+          std::vector<std::byte>(reinterpret_cast<std::byte const*>(tinyPng),
+                                 reinterpret_cast<std::byte const*>(tinyPng) + sizeof(tinyPng))));
   data.addData(u"application/json", bytesOf("{\"k\":1}\xff"));
   data.addData(u"application/x-java-serialized-object; class=java.lang.String; format=rtf",
                bytesOf(std::string("\xAC\xED\x00\x05\x74\x00\x03rtf", 10)));

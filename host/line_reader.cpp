@@ -33,8 +33,7 @@ LineReader::Status LineReader::next(std::string& line) {
     }
     sawAnything = true;
     char const* start = buffer_.data() + begin_;
-    auto const* newline =
-        static_cast<char const*>(std::memchr(start, '\n', end_ - begin_));
+    auto const* newline = static_cast<char const*>(std::memchr(start, '\n', end_ - begin_));
     std::size_t const count = newline ? static_cast<std::size_t>(newline - start) : end_ - begin_;
     if (!tooLong) {
       if (line.size() + count > maxLineBytes_) {

@@ -75,8 +75,8 @@ std::uint32_t parseLevels(std::string const& text) {
   std::size_t start = 0;
   while (start <= text.size()) {
     std::size_t const comma = text.find(',', start);
-    std::string const item = text.substr(start, comma == std::string::npos ? std::string::npos
-                                                                           : comma - start);
+    std::string const item =
+        text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
     std::size_t used = 0;
     unsigned long const level = std::stoul(item, &used);
     if (used != item.size() || level == 0 || level > 0x80000000ul || (level & (level - 1)) != 0) {

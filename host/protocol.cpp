@@ -46,10 +46,11 @@ bool skipValue(char const*& pos, char const* end) {
 }
 
 bool kindFromName(std::string const& name, RequestKind& kind) {
-  static std::pair<char const*, RequestKind> const names[] = {
-      {"flavors", RequestKind::flavors}, {"get", RequestKind::get},
-      {"set", RequestKind::set},         {"subscribe", RequestKind::subscribe},
-      {"external", RequestKind::external}};
+  static std::pair<char const*, RequestKind> const names[] = {{"flavors", RequestKind::flavors},
+                                                              {"get", RequestKind::get},
+                                                              {"set", RequestKind::set},
+                                                              {"subscribe", RequestKind::subscribe},
+                                                              {"external", RequestKind::external}};
   for (auto const& [text, value] : names) {
     if (name == text) {
       kind = value;

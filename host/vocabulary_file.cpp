@@ -20,8 +20,8 @@ EditorServices::ClipboardVocabulary loadVocabulary(std::string const& path) {
 
   foundation::json::Object members;
   char const* pos = text.data();
-  if (int const code = foundation::json::parse_object(pos, text.data() + text.size(), false,
-                                                      members);
+  if (int const code =
+          foundation::json::parse_object(pos, text.data() + text.size(), false, members);
       code != 0) {
     throw std::runtime_error(path + ": not a JSON object (reader code " + std::to_string(code) +
                              ")");

@@ -28,22 +28,35 @@ void throw_invalid_conversion(char const* from, char const* to) {
 
 char const* kind_name(int which) noexcept {
   switch (which) {
-    case 0: return traits<Undefined>::name;
-    case 1: return traits<Null>::name;
-    case 2: return traits<bool>::name;
-    case 3: return traits<double>::name;
-    case 4: return traits<std::string>::name;
-    case 5: return traits<Array>::name;
-    case 6: return traits<Object>::name;
-    case 7: return traits<float>::name;
-    case 8: return traits<long>::name;
-    case 9: return traits<unsigned long>::name;
-    default: return "?";
+    case 0:
+      return traits<Undefined>::name;
+    case 1:
+      return traits<Null>::name;
+    case 2:
+      return traits<bool>::name;
+    case 3:
+      return traits<double>::name;
+    case 4:
+      return traits<std::string>::name;
+    case 5:
+      return traits<Array>::name;
+    case 6:
+      return traits<Object>::name;
+    case 7:
+      return traits<float>::name;
+    case 8:
+      return traits<long>::name;
+    case 9:
+      return traits<unsigned long>::name;
+    default:
+      return "?";
   }
 }
 
 }  // namespace detail
 
-std::ostream& operator<<(std::ostream& os, Value const& value) { return os << serialize(value); }
+std::ostream& operator<<(std::ostream& os, Value const& value) {
+  return os << serialize(value);
+}
 
 }  // namespace foundation::json

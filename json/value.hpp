@@ -25,9 +25,9 @@ class Value;
 using Array = std::vector<Value>;
 using Object = std::map<std::string, Value>;
 
-using ValueVariant = boost::variant<Undefined, Null, bool, double, std::string,
-                                    boost::recursive_wrapper<Array>,
-                                    boost::recursive_wrapper<Object>, float, long, unsigned long>;
+using ValueVariant =
+    boost::variant<Undefined, Null, bool, double, std::string, boost::recursive_wrapper<Array>,
+                   boost::recursive_wrapper<Object>, float, long, unsigned long>;
 
 enum class Kind : int {
   undefined = 0,
@@ -48,16 +48,46 @@ char const* kind_name(int which) noexcept;
 
 template <class T>
 struct kind_of;
-template <> struct kind_of<Undefined> { static constexpr int value = 0; };
-template <> struct kind_of<Null> { static constexpr int value = 1; };
-template <> struct kind_of<bool> { static constexpr int value = 2; };
-template <> struct kind_of<double> { static constexpr int value = 3; };
-template <> struct kind_of<std::string> { static constexpr int value = 4; };
-template <> struct kind_of<Array> { static constexpr int value = 5; };
-template <> struct kind_of<Object> { static constexpr int value = 6; };
-template <> struct kind_of<float> { static constexpr int value = 7; };
-template <> struct kind_of<long> { static constexpr int value = 8; };
-template <> struct kind_of<unsigned long> { static constexpr int value = 9; };
+template <>
+struct kind_of<Undefined> {
+  static constexpr int value = 0;
+};
+template <>
+struct kind_of<Null> {
+  static constexpr int value = 1;
+};
+template <>
+struct kind_of<bool> {
+  static constexpr int value = 2;
+};
+template <>
+struct kind_of<double> {
+  static constexpr int value = 3;
+};
+template <>
+struct kind_of<std::string> {
+  static constexpr int value = 4;
+};
+template <>
+struct kind_of<Array> {
+  static constexpr int value = 5;
+};
+template <>
+struct kind_of<Object> {
+  static constexpr int value = 6;
+};
+template <>
+struct kind_of<float> {
+  static constexpr int value = 7;
+};
+template <>
+struct kind_of<long> {
+  static constexpr int value = 8;
+};
+template <>
+struct kind_of<unsigned long> {
+  static constexpr int value = 9;
+};
 }  // namespace detail
 
 class Value : public ValueVariant {

@@ -89,7 +89,9 @@ std::shared_ptr<PFClipboardBackend> installClipboardBackend(
   return backend;
 }
 
-std::shared_ptr<PFClipboardBackend> installedClipboardBackend() { return currentBackend(); }
+std::shared_ptr<PFClipboardBackend> installedClipboardBackend() {
+  return currentBackend();
+}
 
 std::vector<std::u16string> getAvailableMimeTypesSync(PFClipboardMode mode) {
   return currentBackend()->availableMimeTypes(mode);

@@ -27,14 +27,15 @@ enum class PFClipboardAction : int {
   cut = 1,
 };
 
-using Path = fl::filesystem::basic_path<char, char16_t, fl::filesystem::detail::path_traits<char, char16_t>>;
+using Path =
+    fl::filesystem::basic_path<char, char16_t, fl::filesystem::detail::path_traits<char, char16_t>>;
 
 // The data of one clipboard format.
-using ClipboardContent = std::variant<std::monostate,                       // nothing
-                                      std::u16string,                       // text
-                                      std::vector<Path>,                    // file paths
+using ClipboardContent = std::variant<std::monostate,                             // nothing
+                                      std::u16string,                             // text
+                                      std::vector<Path>,                          // file paths
                                       std::shared_ptr<pf::graphics::PFGraphics>,  // an image
-                                      std::vector<std::byte>>;              // raw bytes
+                                      std::vector<std::byte>>;                    // raw bytes
 
 // One clipboard payload: a content value per mime type, in the order they were first added,
 // and an action. A second addData for a mime type replaces its content in place.
@@ -89,7 +90,8 @@ class PFClipboardBackend {
 // Makes `backend` the clipboard of the process (nullptr goes back to a fresh in-memory one) and
 // returns the one it replaces. Also makes sure that the signal locator holds the container of
 // the clipboard service, into which backends emit the change event (notifyClipboardChanged).
-std::shared_ptr<PFClipboardBackend> installClipboardBackend(std::shared_ptr<PFClipboardBackend> backend);
+std::shared_ptr<PFClipboardBackend> installClipboardBackend(
+    std::shared_ptr<PFClipboardBackend> backend);
 
 // The backend in use (the in-memory one is installed first if none was).
 std::shared_ptr<PFClipboardBackend> installedClipboardBackend();

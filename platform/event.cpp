@@ -122,7 +122,9 @@ std::unique_ptr<boost::signals2::connection> PFBasicSignalContainer::connect(
   return connection;
 }
 
-void PFBasicSignalContainer::emit(PFEventId const& event) { signalOf(event)(); }
+void PFBasicSignalContainer::emit(PFEventId const& event) {
+  signalOf(event)();
+}
 
 // --- locator ---
 

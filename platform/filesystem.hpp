@@ -27,7 +27,8 @@ std::u16string make_native_form(std::u16string const& text, bool collapse);
 }  // namespace detail
 
 // A file path whose text is held as a string of TextChar (UTF-16 for the clipboard).
-template <class NativeChar, class TextChar, class Traits = detail::path_traits<NativeChar, TextChar>>
+template <class NativeChar, class TextChar,
+          class Traits = detail::path_traits<NativeChar, TextChar>>
 class basic_path {
  public:
   using string_type = std::basic_string<TextChar>;

@@ -25,7 +25,9 @@ constexpr bool isspace_ascii(char32_t c) {
   return c == U' ' || (c >= U'\t' && c <= U'\r');
 }
 
-constexpr bool isdigit_ascii(char32_t c) { return c >= U'0' && c <= U'9'; }
+constexpr bool isdigit_ascii(char32_t c) {
+  return c >= U'0' && c <= U'9';
+}
 
 }  // namespace lcctype
 }  // namespace fl::i18n

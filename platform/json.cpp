@@ -124,34 +124,38 @@ inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
 
 // Appends to a string through a small local buffer, so that the many short pieces of a
 // document (punctuation, escapes, numbers, blocks of string text) cost no call into
-// std::string each.
+// std::string each. Long runs of writing work on a cursor of their own: a char pointer kept in
+// a register, where a member would have to be reloaded after every store through a char*.
 class Output {
  public:
   explicit Output(std::string& text) : text_(text) {}
   Output(Output const&) = delete;
   Output& operator=(Output const&) = delete;
 
+  char* cursor() { return buffer_ + used_; }
+  void set_cursor(char* cursor) { used_ = static_cast<std::size_t>(cursor - buffer_); }
+
+  // A cursor with room for `size` bytes (at most kSize), given the current one.
+  char* make_room(char* cursor, std::size_t size) {
+    if (static_cast<std::size_t>(buffer_ + kSize - cursor) >= size) {
+      return cursor;
+    }
+    set_cursor(cursor);
+    flush();
+    return buffer_;
+  }
+
   void put(char c) {
-    if (used_ == kSize) {
-      flush();
-    }
-    buffer_[used_++] = c;
+    char* const to = make_room(cursor(), 1);
+    *to = c;
+    set_cursor(to + 1);
   }
-
-  // Space for `size` bytes (at most kSize) to be written at the result; commit() keeps them.
-  char* room(std::size_t size) {
-    if (kSize - used_ < size) {
-      flush();
-    }
-    return buffer_ + used_;
-  }
-
-  void commit(std::size_t size) { used_ += size; }
 
   // A short piece (at most kSize bytes).
   void write(char const* data, std::size_t size) {
-    std::memcpy(room(size), data, size);
-    commit(size);
+    char* const to = make_room(cursor(), size);
+    std::memcpy(to, data, size);
+    set_cursor(to + size);
   }
 
   template <std::size_t N>
@@ -216,54 +220,116 @@ struct EscapeTable {
 };
 constexpr EscapeTable kEscapes;
 
-// Writes the byte at `p`, which a string cannot take as it is, and returns what follows: an
-// escape for ASCII; a well-formed UTF-8 sequence as it is; for a malformed one, U+FFFD.
-inline unsigned char const* write_special(Output& out, unsigned char const* p,
-                                          unsigned char const* end) {
+// For each lead byte of a multi-byte sequence: its length and the range of its second byte
+// (which is what rules out overlongs, encoded surrogates and values above U+10FFFF); length 0
+// for bytes that cannot start one.
+struct SequenceTable {
+  struct Entry {
+    unsigned char length;
+    unsigned char low;
+    unsigned char high;
+  };
+  Entry entries[256] = {};
+
+  constexpr SequenceTable() {
+    for (int c = 0xC2; c < 0xF5; ++c) {
+      entries[c].length = c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+      entries[c].low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
+      entries[c].high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
+    }
+  }
+};
+constexpr SequenceTable kSequences;
+
+// Where reading and writing stand after a special byte. Returned by value, the two stay in
+// registers; through references they would go to memory on every special byte.
+struct Position {
+  unsigned char const* in;
+  char* out;
+};
+
+// Writes the byte at `p`, which a string cannot take as it is, at `to` (room for eight bytes):
+// an escape for ASCII; a well-formed UTF-8 sequence as it is; for a malformed one, U+FFFD.
+Position write_special_slowly(unsigned char const* p, unsigned char const* end, char* to) {
   if (*p < 0x80) {
     EscapeTable::Entry const& escape = kEscapes.entries[*p];
-    std::memcpy(out.room(sizeof escape), &escape, sizeof escape);
-    out.commit(escape.size);
-    return p + 1;
+    std::memcpy(to, &escape, sizeof escape);
+    return {p + 1, to + escape.size};
   }
   unsigned char const* const start = p;
-  bool const valid = skip_sequence(p, end);
-  char* const to = out.room(4);
-  if (valid) {
-    std::size_t const size = static_cast<std::size_t>(p - start);
-    for (std::size_t i = 0; i < size; ++i) {
-      to[i] = static_cast<char>(start[i]);
+  if (skip_sequence(p, end)) {
+    for (unsigned char const* q = start; q != p; ++q) {
+      *to++ = static_cast<char>(*q);
     }
-    out.commit(size);
   } else {
     std::memcpy(to, "\xEF\xBF\xBD", 3);
-    out.commit(3);
+    to += 3;
   }
-  return p;
+  return {p, to};
+}
+
+// The same, without branching on what the byte is: in text that mixes escapes and multi-byte
+// characters such branches are mispredicted about every other time, which costs more than
+// working out both answers and picking one with masks. Only malformed input and the last
+// bytes of a string take the path above.
+inline Position write_special(unsigned char const* p, unsigned char const* end, char* to) {
+  if (end - p < 8) {
+    return write_special_slowly(p, end, to);
+  }
+  unsigned const lead = p[0];
+  SequenceTable::Entry const sequence = kSequences.entries[lead];
+  unsigned const length = sequence.length;
+  bool const well_formed = (length != 0) &
+                           (static_cast<unsigned char>(p[1] - sequence.low) <=
+                            static_cast<unsigned char>(sequence.high - sequence.low)) &
+                           ((length < 3) | ((p[2] & 0xC0) == 0x80)) &
+                           ((length < 4) | ((p[3] & 0xC0) == 0x80));
+  bool const ascii = lead < 0x80;
+  if (!(ascii | well_formed)) {
+    return write_special_slowly(p, end, to);
+  }
+  EscapeTable::Entry const& escape = kEscapes.entries[lead & 0x7F];
+  std::uint64_t escaped;
+  std::uint64_t as_is;
+  std::memcpy(&escaped, &escape, sizeof escaped);
+  std::memcpy(&as_is, p, sizeof as_is);
+  std::uint64_t const pick_escape = 0 - static_cast<std::uint64_t>(ascii);
+  std::uint64_t const bytes = (escaped & pick_escape) | (as_is & ~pick_escape);
+  std::memcpy(to, &bytes, sizeof bytes);
+  unsigned const pick = 0 - static_cast<unsigned>(ascii);
+  unsigned const written = (escape.size & pick) | (length & ~pick);
+  unsigned const read = (1 & pick) | (length & ~pick);
+  return {p + read, to + written};
 }
 
 void write_string(Output& out, std::string const& value) {
   // Room for the common case: plain text, a few escapes.
   out.expect(value.size() + value.size() / 8 + 2);
-  out.put('"');
-  auto const* p = reinterpret_cast<unsigned char const*>(value.data());
-  auto const* const end = p + value.size();
-  while (static_cast<std::size_t>(end - p) >= kBlock) {
-    unsigned const plain = copy_plain(p, out.room(kBlock));
-    out.commit(plain);
-    p += plain;
+  Position at{reinterpret_cast<unsigned char const*>(value.data()), out.make_room(out.cursor(), 1)};
+  auto const* const end = at.in + value.size();
+  *at.out++ = '"';
+  // A block, then room for what one special byte may become.
+  constexpr std::size_t kRoom = kBlock + 8;
+  while (static_cast<std::size_t>(end - at.in) >= kBlock) {
+    at.out = out.make_room(at.out, kRoom);
+    unsigned const plain = copy_plain(at.in, at.out);
+    at.in += plain;
+    at.out += plain;
     if (plain != kBlock) {
-      p = write_special(out, p, end);
+      at = write_special(at.in, end, at.out);
     }
   }
-  while (p != end) {
-    if (kPlain.plain[*p]) {
-      out.put(static_cast<char>(*p++));
+  while (at.in != end) {
+    at.out = out.make_room(at.out, 8);
+    if (kPlain.plain[*at.in]) {
+      *at.out++ = static_cast<char>(*at.in++);
     } else {
-      p = write_special(out, p, end);
+      at = write_special(at.in, end, at.out);
     }
   }
-  out.put('"');
+  at.out = out.make_room(at.out, 1);
+  *at.out++ = '"';
+  out.set_cursor(at.out);
 }
 
 template <class Number>

@@ -21,8 +21,12 @@ struct Null {
   Null() {}
 };
 
-inline bool operator==(Undefined, Undefined) { return true; }
-inline bool operator==(Null, Null) { return true; }
+inline bool operator==(Undefined, Undefined) {
+  return true;
+}
+inline bool operator==(Null, Null) {
+  return true;
+}
 
 // Display name of each kind, used in the "invalid conversion: " message of the getters.
 template <class T>

@@ -69,7 +69,9 @@ sink_handle& sink_handle::operator=(sink_handle&& other) noexcept {
   return *this;
 }
 
-sink_handle::~sink_handle() { reset(); }
+sink_handle::~sink_handle() {
+  reset();
+}
 
 void sink_handle::reset() {
   if (sink_) {

@@ -56,8 +56,8 @@ class basic_diagnostic_logger
 
   // The gate: is `level`'s bit set in the enabled-levels word?
   bool is_enabled(severity_level level) const noexcept {
-    return (enabled_levels_.load(std::memory_order_relaxed) &
-            static_cast<std::uint32_t>(level)) != 0;
+    return (enabled_levels_.load(std::memory_order_relaxed) & static_cast<std::uint32_t>(level)) !=
+           0;
   }
 
   std::uint32_t enabled_levels() const noexcept {

@@ -86,8 +86,7 @@ std::uint64_t PFMemoryClipboard::changeCount() const {
   return changes_;
 }
 
-void PFMemoryClipboard::replace(std::shared_ptr<PFClipboardData const> data,
-                                PFClipboardMode mode) {
+void PFMemoryClipboard::replace(std::shared_ptr<PFClipboardData const> data, PFClipboardMode mode) {
   int const slot = slotOf(mode);
   std::shared_ptr<PFClipboardData const> previous;
   {

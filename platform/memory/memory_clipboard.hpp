@@ -53,8 +53,8 @@ class PFMemoryClipboard final : public PFClipboardBackend {
   // Delivery thread state (ownThread only).
   std::condition_variable wake_;
   std::condition_variable delivered_;
-  std::uint64_t pending_ = 0;    // mode-0 changes not yet emitted
-  std::uint64_t inFlight_ = 0;   // taken by the thread, being emitted
+  std::uint64_t pending_ = 0;   // mode-0 changes not yet emitted
+  std::uint64_t inFlight_ = 0;  // taken by the thread, being emitted
   bool stopping_ = false;
   std::thread thread_;
 };

@@ -185,8 +185,9 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
   return plan;
 }
 
-// Faults the pages of a fresh large buffer in with one call instead of one trap per page; the
-// contents stay as they are. Only an optimization: kernels without it just say no.
+// Backs a fresh large buffer with huge pages where the kernel allows, and faults them in with one
+// call instead of one trap per page; the contents stay as they are. Only an optimization: a
+// kernel without either just says no.
 void prefault(void* data, std::size_t size) {
   constexpr std::size_t kWorthIt = std::size_t{8} << 20;
   if (size < kWorthIt)
@@ -194,8 +195,10 @@ void prefault(void* data, std::size_t size) {
   auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
   auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
-  if (end > begin)
+  if (end > begin) {
+    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
     ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+  }
 }
 
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is

@@ -142,7 +142,12 @@ std::string AtomCache::name(xcb_connection_t* c, xcb_atom_t atom) {
 
 Connection::Connection(std::string const& display, std::uint32_t eventMask) {
   int screenNumber = 0;
-  c_ = xcb_connect(display.empty() ? nullptr : display.c_str(), &screenNumber);
+  {
+    // xcb_connect reads the auth file name into a static buffer of libXau: one at a time.
+    static std::mutex connecting;
+    std::lock_guard<std::mutex> lock(connecting);
+    c_ = xcb_connect(display.empty() ? nullptr : display.c_str(), &screenNumber);
+  }
   if (xcb_connection_has_error(c_)) {
     xcb_disconnect(c_);
     throw failure("cannot open display \"" + display + "\"");

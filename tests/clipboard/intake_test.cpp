@@ -13,9 +13,9 @@ using EditorServices::ClipboardImpl;
 using foundation::json::Kind;
 using foundation::json::Value;
 using test_support::LogCapture;
-using test_support::Replies;
 using test_support::message;
 using test_support::parsed;
+using test_support::Replies;
 
 class Intake : public ::testing::Test {
  protected:
@@ -48,17 +48,18 @@ TEST_P(ConvertMessage, AddsTheParseFlagAndLogsFailures) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, ConvertMessage,
-    ::testing::Values(ConvertCase{"", false, 1}, ConvertCase{"[]", false, 1},
-                      ConvertCase{" {}", false, 1}, ConvertCase{"{\"a\":", false, 1},
-                      ConvertCase{"{}", true, 1}, ConvertCase{"{} trailing [garbage", true, 1},
-                      ConvertCase{R"({"a":1,"b":[true]})", true, 3},
-                      // a member named like the flag is replaced by the flag
-                      ConvertCase{R"({"success":"yes","x":null})", true, 2}),
-    [](::testing::TestParamInfo<ConvertCase> const& info) {
-      return "text" + std::to_string(info.index);
-    });
+INSTANTIATE_TEST_SUITE_P(Texts, ConvertMessage,
+                         ::testing::Values(ConvertCase{"", false, 1}, ConvertCase{"[]", false, 1},
+                                           ConvertCase{" {}", false, 1},
+                                           ConvertCase{"{\"a\":", false, 1},
+                                           ConvertCase{"{}", true, 1},
+                                           ConvertCase{"{} trailing [garbage", true, 1},
+                                           ConvertCase{R"({"a":1,"b":[true]})", true, 3},
+                                           // a member named like the flag is replaced by the flag
+                                           ConvertCase{R"({"success":"yes","x":null})", true, 2}),
+                         [](::testing::TestParamInfo<ConvertCase> const& info) {
+                           return "text" + std::to_string(info.index);
+                         });
 
 TEST_F(Intake, SuccessMemberOfTheTextIsReplacedByTrue) {
   auto const request = service.convertMessageToJson(message(R"({"success":false})"));
@@ -93,18 +94,18 @@ TEST_P(EnvelopeUid, EveryEntryPassesTheUidBesideTheReply) {
   };
   std::vector<Named> const entries = {
       {"[handleRequestForAvailableDataFlavors] UID is empty",
-       [&](Replies& r) { service.handleRequestForAvailableDataFlavors(message(text), r.callback()); }},
+       [&](Replies& r) {
+         service.handleRequestForAvailableDataFlavors(message(text), r.callback());
+       }},
       {"[handleGetClipboardDataRequest] UID is empty",
        [&](Replies& r) {
-         service.handleGetClipboardDataRequest(message(text),
-                                               pf::clipboard::PFClipboardMode::clipboard,
-                                               r.callback());
+         service.handleGetClipboardDataRequest(
+             message(text), pf::clipboard::PFClipboardMode::clipboard, r.callback());
        }},
       {"[handleSetClipboardDataRequest] UID is empty",
        [&](Replies& r) {
-         service.handleSetClipboardDataRequest(message(text),
-                                               pf::clipboard::PFClipboardMode::clipboard,
-                                               r.callback());
+         service.handleSetClipboardDataRequest(
+             message(text), pf::clipboard::PFClipboardMode::clipboard, r.callback());
        }},
       {"[handleRequestForClipboardChangeSubscription] UID is empty",
        [&](Replies& r) {
@@ -134,8 +135,7 @@ TEST_P(EnvelopeUid, EveryEntryPassesTheUidBesideTheReply) {
 
 INSTANTIATE_TEST_SUITE_P(Uids, EnvelopeUid,
                          ::testing::Values(UidCase{R"("uid":"front-end-7")", "front-end-7", false},
-                                           UidCase{R"("uid":"")", "", false},
-                                           UidCase{"", "", true},
+                                           UidCase{R"("uid":"")", "", false}, UidCase{"", "", true},
                                            UidCase{R"("uid":7)", "", true},
                                            UidCase{R"("uid":null)", "", true}),
                          [](::testing::TestParamInfo<UidCase> const& info) {
@@ -166,9 +166,8 @@ TEST_F(Intake, EmptyReplyCallbackRunsTheHandlerThenThrows) {
 
   std::string const set =
       R"({"requestid":"r","uid":"u","clipboardItems":[{"mimeType":"text/plain","data":"kept"}]})";
-  EXPECT_THROW(service.handleSetClipboardDataRequest(message(set),
-                                                     pf::clipboard::PFClipboardMode::clipboard,
-                                                     empty),
+  EXPECT_THROW(service.handleSetClipboardDataRequest(
+                   message(set), pf::clipboard::PFClipboardMode::clipboard, empty),
                std::bad_function_call);
   EXPECT_EQ(backend->writes(), 1) << "the clipboard is written before the callback is called";
 }

@@ -46,8 +46,8 @@ TEST(DefaultVocabulary, MeetsTheConstraintsTheServiceRelies) {
   std::set<std::string> const replyKeys = {v.successKey, v.flavorsKey, v.clipboardItemsKey,
                                            v.replyRequestIdKey};
   EXPECT_EQ(replyKeys.size(), 4u);
-  std::set<std::string> const requestKeys = {v.successKey, v.requestIdKey, v.uidKey,
-                                             v.flavorsKey, v.clipboardItemsKey};
+  std::set<std::string> const requestKeys = {v.successKey, v.requestIdKey, v.uidKey, v.flavorsKey,
+                                             v.clipboardItemsKey};
   EXPECT_EQ(requestKeys.size(), 5u);
   std::set<std::string> const itemKeys = {v.itemDataKey, v.itemMimeTypeKey, v.itemActionKey};
   EXPECT_EQ(itemKeys.size(), 3u);
@@ -127,8 +127,8 @@ INSTANTIATE_TEST_SUITE_P(
         PredicateCase{"text/uri-list ", false, false, false, true, false},
         PredicateCase{"text/uri-list;charset=utf-8", false, false, false, true, false},
         PredicateCase{"image/png", false, true, false, false, false},
-        PredicateCase{"image/", false, true, false, false, false},      // equal to the prefix
-        PredicateCase{"image", false, false, false, false, false},      // shorter than it
+        PredicateCase{"image/", false, true, false, false, false},        // equal to the prefix
+        PredicateCase{"image", false, false, false, false, false},        // shorter than it
         PredicateCase{"x-image/png", false, false, false, false, false},  // not at the start
         PredicateCase{"application/octet-stream", false, false, true, false, false},
         PredicateCase{"application/x-java-serialized-object", false, false, true, false, true},

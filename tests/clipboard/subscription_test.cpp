@@ -107,8 +107,8 @@ TEST_F(Subscription, FailingManagerRepliesFalseAndARetryRegisters) {
 
 TEST_F(Subscription, EmptyCallbackSubscribesAndDoesNotBreakTheClipboard) {
   ClipboardImpl service;
-  auto reply = service.handleRequestForClipboardChangeSubscription(
-      {{"requestid", Value("r")}}, ClipboardImpl::NotifyCallback());
+  auto reply = service.handleRequestForClipboardChangeSubscription({{"requestid", Value("r")}},
+                                                                   ClipboardImpl::NotifyCallback());
   EXPECT_EQ(reply.at(service.successKey), Value("true"));
   // The listener throws std::bad_function_call into the emission; the write stands.
   EXPECT_NO_THROW(backend->put(textPayload(u"text/plain")));
@@ -127,8 +127,8 @@ TEST_F(Subscription, DestructionDetachesTheListener) {
 }
 
 TEST_F(Subscription, DestructorWaitsForANotificationUnderWay) {
-  auto threaded =
-      std::make_shared<pf::clipboard::PFMemoryClipboard>(pf::clipboard::PFMemoryClipboard::Delivery::ownThread);
+  auto threaded = std::make_shared<pf::clipboard::PFMemoryClipboard>(
+      pf::clipboard::PFMemoryClipboard::Delivery::ownThread);
   test_support::InstalledBackend installedThreaded(threaded);
   std::promise<void> entered;
   std::promise<void> release;
@@ -195,7 +195,8 @@ TEST(SubscriptionStress, ConcurrentRequestsChangesAndTeardown) {
       foundation::json::Object body;
       char const* position = text.data();
       if (foundation::json::parse_object(position, text.data() + text.size(), false, body) != 0 ||
-          body.count("flavors") != 1 || body.at("flavors").kind() != foundation::json::Kind::array ||
+          body.count("flavors") != 1 ||
+          body.at("flavors").kind() != foundation::json::Kind::array ||
           body.at("success") != Value(true)) {
         ++badNotifications;
       }

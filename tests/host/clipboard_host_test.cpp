@@ -37,11 +37,9 @@ std::string readFile(std::string const& path) {
 
 HostRun runHost(std::string const& input, std::string const& arguments = "") {
   std::string const dir = ::testing::TempDir();
-  std::string const stem = dir + "clipboard_host_" +
-                           ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  {
-    std::ofstream(stem + ".in", std::ios::binary) << input;
-  }
+  std::string const stem =
+      dir + "clipboard_host_" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  { std::ofstream(stem + ".in", std::ios::binary) << input; }
   std::string const command = std::string(CLIPBOARD_HOST_PATH) + " " + arguments + " < " + stem +
                               ".in > " + stem + ".out 2> " + stem + ".err";
   HostRun run;
@@ -64,8 +62,8 @@ Object parse(std::string const& line) {
 }
 
 TEST(ClipboardHost, SampleSessionAnswersEveryRequestInOrder) {
-  std::string const session = readFile(std::string(EDITOR_CLIPBOARD_SOURCE_DIR) +
-                                       "/examples/session.jsonl");
+  std::string const session =
+      readFile(std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/examples/session.jsonl");
   ASSERT_FALSE(session.empty());
   HostRun const run = runHost(session);
   ASSERT_EQ(run.status, 0) << run.err;
@@ -89,9 +87,8 @@ TEST(ClipboardHost, SampleSessionAnswersEveryRequestInOrder) {
   }
   EXPECT_EQ(kinds, (std::vector<std::string>{"subscribe", "set", "flavors", "get", "get", "set",
                                              "get", "get"}));
-  EXPECT_EQ(requestIds,
-            (std::vector<std::string>{"sub-1", "set-1", "flv-1", "get-1", "get-2", "set-2",
-                                      "get-3", ""}));
+  EXPECT_EQ(requestIds, (std::vector<std::string>{"sub-1", "set-1", "flv-1", "get-1", "get-2",
+                                                  "set-2", "get-3", ""}));
   // The last request is not JSON: no uid can be read from it.
   EXPECT_EQ(uids, (std::vector<std::string>(7, "editor-ui") + std::vector<std::string>{""}));
   EXPECT_EQ(notifications, 3);  // two sets and the copy "from another program"
@@ -163,9 +160,12 @@ TEST(ClipboardHost, RequestTextReachesTheServiceByteForByte) {
   // As an object the bytes are passed as they stand (white space included); as a string its
   // decoded text is passed, which here is not an object, so the service reports a parse error.
   std::string const input =
-      R"({"kind":"get","request": {"requestid" : "spaced", "uid":"u", "flavors":[]} })" "\n"
-      R"({"kind":"get","request":"{\"requestid\":\"in-a-string\",\"uid\":\"s\",\"flavors\":[]}"})" "\n"
-      R"({"kind":"get","request":"[]"})" "\n";
+      R"({"kind":"get","request": {"requestid" : "spaced", "uid":"u", "flavors":[]} })"
+      "\n"
+      R"({"kind":"get","request":"{\"requestid\":\"in-a-string\",\"uid\":\"s\",\"flavors\":[]}"})"
+      "\n"
+      R"({"kind":"get","request":"[]"})"
+      "\n";
   HostRun const run = runHost(input, "--log 4");
   ASSERT_EQ(run.lines.size(), 3u);
   EXPECT_EQ(parse(run.lines[0]).at("reply").get<Object>().at("requestid").get<std::string>(),
@@ -180,8 +180,9 @@ TEST(ClipboardHost, RequestTextReachesTheServiceByteForByte) {
 TEST(ClipboardHost, VocabularyFileRenamesKeys) {
   std::string const path = ::testing::TempDir() + "clipboard_host_vocabulary.json";
   std::ofstream(path) << R"({"successKey":"ok","flavorsKey":"types","uidKey":"sender"})";
-  HostRun const run = runHost(R"({"kind":"flavors","request":{"requestid":"v","sender":"me"}})" "\n",
-                          "--vocabulary " + path);
+  HostRun const run = runHost(R"({"kind":"flavors","request":{"requestid":"v","sender":"me"}})"
+                              "\n",
+                              "--vocabulary " + path);
   ASSERT_EQ(run.status, 0) << run.err;
   ASSERT_EQ(run.lines.size(), 1u);
   Object const out = parse(run.lines[0]);
@@ -203,8 +204,8 @@ TEST(ClipboardHost, CommandLineErrorsAndHelp) {
   for (auto const& line : help.lines) {
     all += line + "\n";
   }
-  for (char const* word : {"--backend", "--vocabulary", "--log", "--max-line", "\"kind\"",
-                           "notification", "error"}) {
+  for (char const* word :
+       {"--backend", "--vocabulary", "--log", "--max-line", "\"kind\"", "notification", "error"}) {
     EXPECT_NE(all.find(word), std::string::npos) << word;
   }
 }

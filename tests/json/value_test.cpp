@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <set>
 #include <new>
+#include <set>
 #include <stdexcept>
 
 #include "json/value.hpp"
@@ -33,9 +33,8 @@ TEST(ValueKinds, TagsFollowTheFixedOrder) {
     int tag;
   };
   Case const cases[] = {
-      {Value(), 0},          {Value(Null()), 1},  {Value(true), 2},     {Value(1.5), 3},
-      {Value("s"), 4},       {Value(Array()), 5}, {Value(Object()), 6}, {Value(1.5f), 7},
-      {Value(-3L), 8},       {Value(3UL), 9},
+      {Value(), 0},        {Value(Null()), 1},   {Value(true), 2}, {Value(1.5), 3}, {Value("s"), 4},
+      {Value(Array()), 5}, {Value(Object()), 6}, {Value(1.5f), 7}, {Value(-3L), 8}, {Value(3UL), 9},
   };
   for (auto const& c : cases) {
     EXPECT_EQ(c.value.which(), c.tag);
@@ -65,11 +64,11 @@ TEST(ValueGetters, ExactKindOnly) {
   auto getObject = [](Value const& v) { (void)v.get<Object>(); };
   auto getDouble = [](Value const& v) { (void)v.get<double>(); };
 
-  EXPECT_TRUE(throws(d, getBool));      // a number is not a bool
-  EXPECT_TRUE(throws(s, getBool));      // nor is the text "true"
-  EXPECT_TRUE(throws(n, getString));    // Null is not an empty string
-  EXPECT_TRUE(throws(o, getArray));     // an empty object is not an empty array
-  EXPECT_TRUE(throws(i, getDouble));    // int64 does not widen
+  EXPECT_TRUE(throws(d, getBool));    // a number is not a bool
+  EXPECT_TRUE(throws(s, getBool));    // nor is the text "true"
+  EXPECT_TRUE(throws(n, getString));  // Null is not an empty string
+  EXPECT_TRUE(throws(o, getArray));   // an empty object is not an empty array
+  EXPECT_TRUE(throws(i, getDouble));  // int64 does not widen
   EXPECT_TRUE(throws(u, getDouble));
   EXPECT_TRUE(throws(i, getBool));
   EXPECT_TRUE(throws(i, getString));
@@ -84,12 +83,12 @@ TEST(ValueGetters, ErrorNamesHeldAndRequestedKinds) {
   EXPECT_EQ(conversionError(Value(), [](Value const& v) { (void)v.get<std::string>(); }),
             std::string("invalid conversion: ") + traits<Undefined>::name + " to " +
                 traits<std::string>::name);
-  EXPECT_EQ(conversionError(Value(2L), [](Value const& v) { (void)v.get<Object>(); }),
-            std::string("invalid conversion: ") + traits<long>::name + " to " +
-                traits<Object>::name);
-  EXPECT_EQ(conversionError(Value(1.5f), [](Value const& v) { (void)v.get<bool>(); }),
-            std::string("invalid conversion: ") + traits<float>::name + " to " +
-                traits<bool>::name);
+  EXPECT_EQ(
+      conversionError(Value(2L), [](Value const& v) { (void)v.get<Object>(); }),
+      std::string("invalid conversion: ") + traits<long>::name + " to " + traits<Object>::name);
+  EXPECT_EQ(
+      conversionError(Value(1.5f), [](Value const& v) { (void)v.get<bool>(); }),
+      std::string("invalid conversion: ") + traits<float>::name + " to " + traits<bool>::name);
 }
 
 TEST(ValueGetters, FailedGetLeavesTheValueUnchanged) {
@@ -101,11 +100,11 @@ TEST(ValueGetters, FailedGetLeavesTheValueUnchanged) {
 
 TEST(ValueNames, TenDistinctDisplayNames) {
   using foundation::json::traits;
-  std::set<std::string> names = {
-      traits<Undefined>::name, traits<Null>::name,   traits<bool>::name,
-      traits<double>::name,    traits<std::string>::name, traits<Array>::name,
-      traits<Object>::name,    traits<float>::name,  traits<long>::name,
-      traits<unsigned long>::name};
+  std::set<std::string> names = {traits<Undefined>::name,   traits<Null>::name,
+                                 traits<bool>::name,        traits<double>::name,
+                                 traits<std::string>::name, traits<Array>::name,
+                                 traits<Object>::name,      traits<float>::name,
+                                 traits<long>::name,        traits<unsigned long>::name};
   EXPECT_EQ(names.size(), 10u);
 }
 

@@ -11,14 +11,15 @@ using pf::clipboard::PFMemoryClipboard;
 
 INSTANTIATE_TEST_SUITE_P(
     Memory, BackendConformance,
-    ::testing::Values(
-        test_support::BackendFactory{"synchronous",
-                                     [] { return std::make_shared<PFMemoryClipboard>(); }},
-        test_support::BackendFactory{"own_thread",
-                                     [] {
-                                       return std::make_shared<PFMemoryClipboard>(
-                                           PFMemoryClipboard::Delivery::ownThread);
-                                     }}),
+    ::testing::Values(test_support::BackendFactory{"synchronous",
+                                                   [] {
+                                                     return std::make_shared<PFMemoryClipboard>();
+                                                   }},
+                      test_support::BackendFactory{"own_thread",
+                                                   [] {
+                                                     return std::make_shared<PFMemoryClipboard>(
+                                                         PFMemoryClipboard::Delivery::ownThread);
+                                                   }}),
     test_support::BackendFactoryName());
 
 TEST(MemoryClipboard, CopyFromAnotherProgramIsReadAndNotified) {

@@ -124,9 +124,9 @@ TEST_P(BackendConformance, ListsWrittenTypesInTheOrderAdded) {
   data->addData(u"text/plain", std::u16string(u"hello"));
   data->addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/one")});
   write(std::move(data));
-  EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard),
-            (std::vector<std::u16string>{u"application/x-conformance", u"text/plain",
-                                         u"text/uri-list"}));
+  EXPECT_EQ(
+      backend->availableMimeTypes(PFClipboardMode::clipboard),
+      (std::vector<std::u16string>{u"application/x-conformance", u"text/plain", u"text/uri-list"}));
 }
 
 TEST_P(BackendConformance, ReadsEveryContentKindBackAsStored) {
@@ -141,8 +141,8 @@ TEST_P(BackendConformance, ReadsEveryContentKindBackAsStored) {
   data->addData(u"text/plain", text);
   data->addData(u"text/uri-list", paths);
   data->addData(u"application/x-conformance", bytesOf(raw));
-  data->addData(u"image/png", std::make_unique<pf::graphics::PFImage>(
-                                  pf::graphics::PFImage::Format::png, png));
+  data->addData(u"image/png",
+                std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png, png));
   write(std::move(data));
 
   auto const readText = backend->read(u"text/plain", PFClipboardMode::clipboard);
@@ -180,8 +180,7 @@ TEST_P(BackendConformance, ModesAreKeptApart) {
   EXPECT_EQ(std::get<1>(fromSelection), u"primary selection");
   EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard),
             std::vector<std::u16string>{u"text/plain"});
-  EXPECT_EQ(
-      backend->read(u"application/x-selection-only", PFClipboardMode::clipboard).index(), 0u);
+  EXPECT_EQ(backend->read(u"application/x-selection-only", PFClipboardMode::clipboard).index(), 0u);
 }
 
 TEST_P(BackendConformance, AWriteReplacesTheWholePayload) {
