@@ -4,19 +4,10 @@
 
 namespace {
 
-INSTANTIATE_TEST_SUITE_P(
-    X11, BackendConformance,
-    ::testing::Values(
-        test_support::BackendFactory{
-            "xvfb", [] { return pf::clipboard::makeX11Clipboard(x11_test::options()); }},
-        // Everything above the threshold goes by INCR, also between our own connections.
-        test_support::BackendFactory{"xvfb_small_incr",
-                                     [] {
-                                       auto o = x11_test::options();
-                                       o.incrThresholdBytes = 4096;
-                                       o.incrChunkBytes = 1000;
-                                       return pf::clipboard::makeX11Clipboard(o);
-                                     }}),
-    test_support::BackendFactoryName());
+INSTANTIATE_TEST_SUITE_P(X11, BackendConformance,
+                         ::testing::Values(test_support::BackendFactory{
+                             "xvfb",
+                             [] { return pf::clipboard::makeX11Clipboard(x11_test::options()); }}),
+                         test_support::BackendFactoryName());
 
 }  // namespace
