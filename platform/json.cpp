@@ -1,5 +1,6 @@
 #include "platform/json.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -78,42 +79,43 @@ struct PlainTable {
 };
 constexpr PlainTable kPlain;
 
-// Moves `p` past the sequence at `p`, whose lead byte is not ASCII, and tells whether it is
-// well-formed UTF-8. The second byte's range depends on the lead byte, which excludes
-// overlongs, encoded surrogates and values above U+10FFFF; a sequence that is not well-formed
-// is skipped as one maximal invalid subpart (the lead byte and the continuation bytes that
-// still fit), to be replaced by a single U+FFFD.
-inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
-  unsigned const lead = *p++;
-  unsigned low = 0x80;
-  unsigned high = 0xBF;
-  int trailing;
-  if (lead < 0xC2) {
-    return false;  // stray continuation byte, or C0/C1 (always overlong)
-  } else if (lead < 0xE0) {
-    trailing = 1;
-  } else if (lead < 0xF0) {
-    trailing = 2;
-    if (lead == 0xE0) {
-      low = 0xA0;
-    } else if (lead == 0xED) {
-      high = 0x9F;
+// For each byte that may start a character: the character's length in bytes and the range of
+// its second byte (which is what rules out overlongs, encoded surrogates and values above
+// U+10FFFF); ASCII takes any second byte. Length 0 for bytes that start nothing.
+struct SequenceTable {
+  struct Entry {
+    unsigned char length;
+    unsigned char low;
+    unsigned char high;
+  };
+  Entry entries[256] = {};
+
+  constexpr SequenceTable() {
+    for (int c = 0; c < 0x80; ++c) {
+      entries[c] = Entry{1, 0x00, 0xFF};
     }
-  } else if (lead < 0xF5) {
-    trailing = 3;
-    if (lead == 0xF0) {
-      low = 0x90;
-    } else if (lead == 0xF4) {
-      high = 0x8F;
+    for (int c = 0xC2; c < 0xF5; ++c) {
+      entries[c].length = c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+      entries[c].low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
+      entries[c].high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
     }
-  } else {
-    return false;
   }
-  if (p == end || *p < low || *p > high) {
+};
+constexpr SequenceTable kSequences;
+
+// Moves `p` past the sequence at `p`, whose lead byte is not ASCII, and tells whether it is
+// well-formed UTF-8. One that is not is skipped as one maximal invalid subpart (the lead byte
+// and the continuation bytes that still fit), to be replaced by a single U+FFFD.
+inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
+  SequenceTable::Entry const sequence = kSequences.entries[*p++];
+  if (sequence.length < 2) {
+    return false;  // a stray continuation byte, or one that starts nothing
+  }
+  if (p == end || *p < sequence.low || *p > sequence.high) {
     return false;
   }
   ++p;
-  while (--trailing > 0) {
+  for (int i = 2; i < sequence.length; ++i) {
     if (p == end || (*p & 0xC0u) != 0x80u) {
       return false;
     }
@@ -122,40 +124,38 @@ inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
   return true;
 }
 
-// Appends to a string through a small local buffer, so that the many short pieces of a
-// document (punctuation, escapes, numbers, blocks of string text) cost no call into
-// std::string each. Long runs of writing work on a cursor of their own: a char pointer kept in
-// a register, where a member would have to be reloaded after every store through a char*.
+// Writes straight into the result string, which is kept a step ahead of the writing: its
+// size is grown in steps (zero-filled, as std::string must, while the step is still in cache;
+// at most kMaxStep bytes, so that this holds) and cut back to what was written at the end.
+// Writers work on a cursor, a char pointer kept in a register, where a member would have to be
+// reloaded after every store through a char*.
 class Output {
  public:
   explicit Output(std::string& text) : text_(text) {}
   Output(Output const&) = delete;
   Output& operator=(Output const&) = delete;
 
-  char* cursor() { return buffer_ + used_; }
-  void set_cursor(char* cursor) { used_ = static_cast<std::size_t>(cursor - buffer_); }
+  char* cursor() { return cursor_; }
+  void set_cursor(char* cursor) { cursor_ = cursor; }
 
-  // A cursor with room for `size` bytes (at most kSize), given the current one.
+  // A cursor with room for `size` bytes, given the current one.
   char* make_room(char* cursor, std::size_t size) {
-    if (static_cast<std::size_t>(buffer_ + kSize - cursor) >= size) {
+    if (static_cast<std::size_t>(limit_ - cursor) >= size) {
       return cursor;
     }
-    set_cursor(cursor);
-    flush();
-    return buffer_;
+    return grow(cursor, size);
   }
 
   void put(char c) {
-    char* const to = make_room(cursor(), 1);
+    char* const to = make_room(cursor_, 1);
     *to = c;
-    set_cursor(to + 1);
+    cursor_ = to + 1;
   }
 
-  // A short piece (at most kSize bytes).
   void write(char const* data, std::size_t size) {
-    char* const to = make_room(cursor(), size);
+    char* const to = make_room(cursor_, size);
     std::memcpy(to, data, size);
-    set_cursor(to + size);
+    cursor_ = to + size;
   }
 
   template <std::size_t N>
@@ -166,22 +166,33 @@ class Output {
   // Makes room in the string for `size` more bytes, so that a long string is written without
   // reallocations (std::string still grows geometrically when this falls short).
   void expect(std::size_t size) {
-    std::size_t const needed = text_.size() + used_ + size;
-    if (needed > text_.capacity()) {
-      text_.reserve(needed);
+    std::size_t const used_now = used();
+    if (used_now + size > text_.capacity()) {
+      text_.reserve(used_now + size);
+      limit_ = text_.data() + text_.size();
+      cursor_ = text_.data() + used_now;
     }
   }
 
-  void flush() {
-    text_.append(buffer_, used_);
-    used_ = 0;
-  }
+  void finish() { text_.resize(used()); }
 
  private:
-  static constexpr std::size_t kSize = 4096;
+  static constexpr std::size_t kMinStep = 64;
+  static constexpr std::size_t kMaxStep = 16384;
+
+  std::size_t used() const { return static_cast<std::size_t>(cursor_ - text_.data()); }
+
+  char* grow(char* cursor, std::size_t size) {
+    std::size_t const used = static_cast<std::size_t>(cursor - text_.data());
+    std::size_t const step = std::min(std::max(used / 2, kMinStep), kMaxStep);
+    text_.resize(used + std::max(size, step));
+    limit_ = text_.data() + text_.size();
+    return text_.data() + used;
+  }
+
   std::string& text_;
-  std::size_t used_ = 0;
-  char buffer_[kSize];
+  char* cursor_ = text_.data();
+  char* limit_ = text_.data();
 };
 
 // The escaped form of each ASCII byte that needs one, padded to eight bytes so that writing it
@@ -219,27 +230,6 @@ struct EscapeTable {
   }
 };
 constexpr EscapeTable kEscapes;
-
-// For each lead byte of a multi-byte sequence: its length and the range of its second byte
-// (which is what rules out overlongs, encoded surrogates and values above U+10FFFF); length 0
-// for bytes that cannot start one.
-struct SequenceTable {
-  struct Entry {
-    unsigned char length;
-    unsigned char low;
-    unsigned char high;
-  };
-  Entry entries[256] = {};
-
-  constexpr SequenceTable() {
-    for (int c = 0xC2; c < 0xF5; ++c) {
-      entries[c].length = c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
-      entries[c].low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
-      entries[c].high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
-    }
-  }
-};
-constexpr SequenceTable kSequences;
 
 // Where reading and writing stand after a special byte. Returned by value, the two stay in
 // registers; through references they would go to memory on every special byte.
@@ -284,8 +274,7 @@ inline Position write_special(unsigned char const* p, unsigned char const* end, 
                             static_cast<unsigned char>(sequence.high - sequence.low)) &
                            ((length < 3) | ((p[2] & 0xC0) == 0x80)) &
                            ((length < 4) | ((p[3] & 0xC0) == 0x80));
-  bool const ascii = lead < 0x80;
-  if (!(ascii | well_formed)) {
+  if (!well_formed) {
     return write_special_slowly(p, end, to);
   }
   EscapeTable::Entry const& escape = kEscapes.entries[lead & 0x7F];
@@ -293,13 +282,12 @@ inline Position write_special(unsigned char const* p, unsigned char const* end, 
   std::uint64_t as_is;
   std::memcpy(&escaped, &escape, sizeof escaped);
   std::memcpy(&as_is, p, sizeof as_is);
+  bool const ascii = lead < 0x80;
   std::uint64_t const pick_escape = 0 - static_cast<std::uint64_t>(ascii);
   std::uint64_t const bytes = (escaped & pick_escape) | (as_is & ~pick_escape);
   std::memcpy(to, &bytes, sizeof bytes);
   unsigned const pick = 0 - static_cast<unsigned>(ascii);
-  unsigned const written = (escape.size & pick) | (length & ~pick);
-  unsigned const read = (1 & pick) | (length & ~pick);
-  return {p + read, to + written};
+  return {p + length, to + ((escape.size & pick) | (length & ~pick))};
 }
 
 void write_string(Output& out, std::string const& value) {
@@ -448,7 +436,7 @@ std::string serialize(Value const& value) {
     frame.first = false;
     begin_value(out, *next, stack);  // may push, which invalidates `frame`
   }
-  out.flush();
+  out.finish();
   return text;
 }
 
