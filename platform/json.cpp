@@ -29,10 +29,10 @@ inline unsigned copy_plain(unsigned char const* p, char* out) {
   __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
   // Signed compare: bytes from 0x80 up are negative, so they count as below 0x20 too.
-  __m128i const special = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-                                       _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
-                                                    _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
-  unsigned const mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+  __m128i const stop = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                                    _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                                 _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+  unsigned const mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
   return mask == 0 ? 16 : static_cast<unsigned>(__builtin_ctz(mask));
 }
 
@@ -55,14 +55,14 @@ inline unsigned copy_plain(unsigned char const* p, char* out) {
   std::uint64_t const not_quote = ((quote & kLow7) + kLow7) | quote;
   std::uint64_t const backslash = word ^ (kOnes * '\\');
   std::uint64_t const not_backslash = ((backslash & kLow7) + kLow7) | backslash;
-  std::uint64_t const special = ~(printable & not_quote & not_backslash & ~word) & kHigh;
-  if (special == 0) {
+  std::uint64_t const stop = ~(printable & not_quote & not_backslash & ~word) & kHigh;
+  if (stop == 0) {
     return 8;
   }
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  return static_cast<unsigned>(__builtin_clzll(special)) / 8;
+  return static_cast<unsigned>(__builtin_clzll(stop)) / 8;
 #else
-  return static_cast<unsigned>(__builtin_ctzll(special)) / 8;
+  return static_cast<unsigned>(__builtin_ctzll(stop)) / 8;
 #endif
 }
 
@@ -231,8 +231,8 @@ struct EscapeTable {
 };
 constexpr EscapeTable kEscapes;
 
-// Where reading and writing stand after a special byte. Returned by value, the two stay in
-// registers; through references they would go to memory on every special byte.
+// Where reading and writing stand after a byte that stopped the plain copy. Returned by value, the
+// two stay in registers; through references they would go to memory on every such byte.
 struct Position {
   unsigned char const* in;
   char* out;
@@ -240,7 +240,7 @@ struct Position {
 
 // Writes the byte at `p`, which a string cannot take as it is, at `to` (room for eight bytes):
 // an escape for ASCII; a well-formed UTF-8 sequence as it is; for a malformed one, U+FFFD.
-Position write_special_slowly(unsigned char const* p, unsigned char const* end, char* to) {
+Position write_stop_slowly(unsigned char const* p, unsigned char const* end, char* to) {
   if (*p < 0x80) {
     EscapeTable::Entry const& escape = kEscapes.entries[*p];
     std::memcpy(to, &escape, sizeof escape);
@@ -262,9 +262,9 @@ Position write_special_slowly(unsigned char const* p, unsigned char const* end, 
 // characters such branches are mispredicted about every other time, which costs more than
 // working out both answers and picking one with masks. Only malformed input and the last
 // bytes of a string take the path above.
-inline Position write_special(unsigned char const* p, unsigned char const* end, char* to) {
+inline Position write_stop(unsigned char const* p, unsigned char const* end, char* to) {
   if (end - p < 8) {
-    return write_special_slowly(p, end, to);
+    return write_stop_slowly(p, end, to);
   }
   unsigned const lead = p[0];
   SequenceTable::Entry const sequence = kSequences.entries[lead];
@@ -275,7 +275,7 @@ inline Position write_special(unsigned char const* p, unsigned char const* end, 
                            ((length < 3) | ((p[2] & 0xC0) == 0x80)) &
                            ((length < 4) | ((p[3] & 0xC0) == 0x80));
   if (!well_formed) {
-    return write_special_slowly(p, end, to);
+    return write_stop_slowly(p, end, to);
   }
   EscapeTable::Entry const& escape = kEscapes.entries[lead & 0x7F];
   std::uint64_t escaped;
@@ -296,7 +296,7 @@ void write_string(Output& out, std::string const& value) {
   Position at{reinterpret_cast<unsigned char const*>(value.data()), out.make_room(out.cursor(), 1)};
   auto const* const end = at.in + value.size();
   *at.out++ = '"';
-  // A block, then room for what one special byte may become.
+  // A block, then room for what the byte that stops it may become.
   constexpr std::size_t kRoom = kBlock + 8;
   while (static_cast<std::size_t>(end - at.in) >= kBlock) {
     at.out = out.make_room(at.out, kRoom);
@@ -304,7 +304,7 @@ void write_string(Output& out, std::string const& value) {
     at.in += plain;
     at.out += plain;
     if (plain != kBlock) {
-      at = write_special(at.in, end, at.out);
+      at = write_stop(at.in, end, at.out);
     }
   }
   while (at.in != end) {
@@ -312,7 +312,7 @@ void write_string(Output& out, std::string const& value) {
     if (kPlain.plain[*at.in]) {
       *at.out++ = static_cast<char>(*at.in++);
     } else {
-      at = write_special(at.in, end, at.out);
+      at = write_stop(at.in, end, at.out);
     }
   }
   at.out = out.make_room(at.out, 1);

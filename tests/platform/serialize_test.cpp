@@ -344,15 +344,15 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Every control character, quote and backslash, each at every offset of a 16-byte block.
 TEST(SerializeHostileStrings, ControlsQuotesAndBackslashesSurvive) {
-  std::string specials;
+  std::string hostile;
   for (int c = 0; c < 0x20; ++c) {
-    specials += static_cast<char>(c);
+    hostile += static_cast<char>(c);
   }
-  specials += "\"\\\x7F";
+  hostile += "\"\\\x7F";
   Array strings;
-  strings.push_back(Value(specials));
+  strings.push_back(Value(hostile));
   for (std::size_t offset = 0; offset < 17; ++offset) {
-    for (char c : specials) {
+    for (char c : hostile) {
       strings.push_back(Value(std::string(offset, 'x') + c + std::string(20, 'y') + c));
     }
   }
