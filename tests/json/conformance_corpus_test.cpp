@@ -18,7 +18,9 @@ using foundation::json::Array;
 using foundation::json::Object;
 using foundation::json::Value;
 
-fs::path corpusDir() { return fs::path(EDITOR_CLIPBOARD_TEST_DATA_DIR) / "json_conformance"; }
+fs::path corpusDir() {
+  return fs::path(EDITOR_CLIPBOARD_TEST_DATA_DIR) / "json_conformance";
+}
 
 struct Read {
   int code;
