@@ -106,10 +106,10 @@ int serve(int argc, char** argv) {
       incrAbove = std::stoul(next());
     } else {
       auto const colon = arg.rfind(':');
-      std::string spec = arg.substr(0, colon);
-      auto const at = spec.find('@');
-      std::string const name = spec.substr(0, at);
-      std::string const type = at == std::string::npos ? name : spec.substr(at + 1);
+      std::string targetArg = arg.substr(0, colon);
+      auto const at = targetArg.find('@');
+      std::string const name = targetArg.substr(0, at);
+      std::string const type = at == std::string::npos ? name : targetArg.substr(at + 1);
       xcb_atom_t const target = atom(name);
       targets[target] = {atom(type), readFile(arg.substr(colon + 1))};
       order.push_back(target);
