@@ -310,6 +310,10 @@ class Reader {
   }
 
   int value(char const*& pos, Value& out, int depth) const;
+  // Reads the opening bracket of an object or an array, and the closing one when the container
+  // is empty (`empty` is then set). Counts the level against the nesting limit.
+  int open_container(char const*& pos, char opening, char closing, int missing, int& depth,
+                     bool& empty) const;
   int object(char const*& pos, Object& out, int depth) const;
   int array(char const*& pos, Array& out, int depth) const;
   int typed_data(char const*& pos, TypeGroup group, Value& out, int depth) const;
@@ -543,12 +547,14 @@ FOUNDATION_JSON_NOINLINE void Reader::type_member(Value const& type_value, Typed
   }
 }
 
-int Reader::object(char const*& pos, Object& out, int depth) const {
+int Reader::open_container(char const*& pos, char opening, char closing, int missing, int& depth,
+                           bool& empty) const {
+  empty = false;
   if (pos == end_) {
     return rc::unexpected_end;
   }
-  if (*pos != '{') {
-    return rc::expected_object;
+  if (*pos != opening) {
+    return missing;
   }
   ++pos;
   if (++depth > max_nesting_depth) {
@@ -558,10 +564,21 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
   if (pos == end_) {
     return rc::unexpected_end;
   }
-  if (*pos == '}') {
+  if (*pos == closing) {
     ++pos;
-    out.clear();
-    return rc::ok;
+    empty = true;
+  }
+  return rc::ok;
+}
+
+int Reader::object(char const*& pos, Object& out, int depth) const {
+  bool empty = false;
+  if (int const opened = open_container(pos, '{', '}', rc::expected_object, depth, empty);
+      opened != rc::ok || empty) {
+    if (empty) {
+      out.clear();
+    }
+    return opened;
   }
 
   Object members;
@@ -625,24 +642,13 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
 }
 
 int Reader::array(char const*& pos, Array& out, int depth) const {
-  if (pos == end_) {
-    return rc::unexpected_end;
-  }
-  if (*pos != '[') {
-    return rc::expected_array;
-  }
-  ++pos;
-  if (++depth > max_nesting_depth) {
-    return rc::too_deep;
-  }
-  skip(pos);
-  if (pos == end_) {
-    return rc::unexpected_end;
-  }
-  if (*pos == ']') {
-    ++pos;
-    out.clear();
-    return rc::ok;
+  bool empty = false;
+  if (int const opened = open_container(pos, '[', ']', rc::expected_array, depth, empty);
+      opened != rc::ok || empty) {
+    if (empty) {
+      out.clear();
+    }
+    return opened;
   }
 
   // As in object: each element is read in place at the back; a failure drops them all.
