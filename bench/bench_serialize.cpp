@@ -8,9 +8,11 @@
 //    escape, some are two- to four-byte UTF-8) and a few small members;
 //  - ManyValues: an array of 100000 small objects (ids, names, ratios, flags).
 #include <benchmark/benchmark.h>
+
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include "heap_mode_main.hpp"
 
 #include <cstdint>
 #include <cstring>
@@ -250,33 +252,6 @@ BENCHMARK_TEMPLATE(copy_memcpy, ManyValues);
 
 }  // namespace
 
-// Unless --default_malloc is given, freed blocks stay in the heap. glibc gives blocks above its
-// mmap threshold (at most 32 MB) fresh mappings and unmaps them when freed, so each iteration
-// would pay thousands of page faults for its output, and the rates would measure the kernel
-// more than the code.
 int main(int argc, char** argv) {
-  bool keep_heap = true;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--default_malloc") == 0) {
-      keep_heap = false;
-    } else {
-      argv[kept++] = argv[i];
-    }
-  }
-  argc = kept;
-#if defined(__GLIBC__)
-  if (keep_heap) {
-    mallopt(M_MMAP_MAX, 0);
-    mallopt(M_TRIM_THRESHOLD, 1 << 30);
-  }
-#endif
-  benchmark::AddCustomContext("malloc", keep_heap ? "freed blocks kept in the heap" : "default");
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return run_benchmarks_keeping_heap(argc, argv);
 }
