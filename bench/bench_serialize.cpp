@@ -13,6 +13,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include "heap_mode_main.hpp"
+#include "sample_text.hpp"
 
 #include <cstdint>
 #include <cstring>
@@ -33,34 +34,6 @@ namespace fj = foundation::json;
 constexpr std::size_t kTextBytes = 16u << 20;
 constexpr long kItems = 100000;
 
-std::string make_text() {
-  static char const* const kOthers[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xE4\xB8\xAD",
-                                        "\xF0\x9F\x98\x80"};
-  static char const kEscaped[] = {'\n', '"', '\\', '\t', '\x01', '\r'};
-  std::uint32_t state = 0x2545F491u;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
-  };
-  std::string text;
-  text.reserve(kTextBytes + 8);
-  while (text.size() < kTextBytes) {
-    std::uint32_t const r = next();
-    if (r % 100 == 0) {
-      text += kEscaped[(r >> 8) % sizeof kEscaped];
-    } else if (r % 100 == 1) {
-      text += kOthers[(r >> 8) % 4];
-    } else if (r % 7 == 2) {
-      text += ' ';
-    } else {
-      text += static_cast<char>('a' + (r >> 8) % 26);
-    }
-  }
-  return text;
-}
-
 // A key or string value, copied (a Document must not point into temporaries).
 template <class Handler>
 void put(Handler& out, std::string const& text, bool key) {
@@ -77,7 +50,7 @@ void put(Handler& out, std::string const& text, bool key) {
 struct LargeText {
   // Both writers produce the very same bytes for this one.
   static constexpr bool kSameText = true;
-  std::string text = make_text();
+  std::string text = sample_text(kTextBytes);
 
   fj::Value value() const {
     fj::Object reply;

@@ -1,8 +1,13 @@
 #include "platform/i18n.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace fl::i18n {
 namespace {
@@ -244,9 +249,18 @@ std::size_t utf8_length(char16_t const* begin, char16_t const* end) {
   return length;
 }
 
-// Writes one unit that is not ASCII (two for a pair) and moves `p` past it. The two- and
-// three-byte forms are chosen with selects rather than branches, since in text that mixes them
-// a branch would often be mispredicted; so a two-byte form, too, needs room for three.
+// Writes a unit of the Basic Multilingual Plane from U+0080 up, in two or three bytes. The two
+// forms are chosen with selects rather than branches, since in text that mixes them a branch
+// would often be mispredicted; so a two-byte form, too, needs room for three.
+inline char* put_bmp(char32_t cp, char* out) {
+  bool const three = cp >= 0x800;
+  out[0] = static_cast<char>(three ? 0xE0 | (cp >> 12) : 0xC0 | (cp >> 6));
+  out[1] = static_cast<char>(0x80 | ((three ? cp >> 6 : cp) & 0x3F));
+  out[2] = static_cast<char>(0x80 | (cp & 0x3F));
+  return out + 2 + three;
+}
+
+// Writes one unit that is not ASCII (two for a pair) and moves `p` past it.
 inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
   char32_t cp = *p++;
   if ((cp & 0xF800) == 0xD800) {
@@ -260,40 +274,115 @@ inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
     }
     cp = kReplacement;
   }
-  bool const three = cp >= 0x800;
-  out[0] = static_cast<char>(three ? 0xE0 | (cp >> 12) : 0xC0 | (cp >> 6));
-  out[1] = static_cast<char>(0x80 | ((three ? cp >> 6 : cp) & 0x3F));
-  out[2] = static_cast<char>(0x80 | (cp & 0x3F));
-  return out + 2 + three;
+  return put_bmp(cp, out);
 }
+
+// Units [p, stop) one at a time; a pair that straddles `stop` is written whole, so `p` may end
+// one past it.
+inline char* put_units(char16_t const*& p, char16_t const* stop, char16_t const* end, char* out) {
+  while (p < stop) {
+    if (*p < 0x80) {
+      *out++ = static_cast<char>(*p++);
+    } else {
+      out = put_utf8(p, end, out);
+    }
+  }
+  return out;
+}
+
+#if defined(__SSE2__)
+
+// Sixteen units at `p`, narrowed to bytes at `out` (the units from U+0080 up come out wrong
+// and are overwritten by whoever writes them). Returns bit i set for each unit i from U+0080
+// up.
+inline unsigned narrow_block(char16_t const* p, char* out) {
+  __m128i const a = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+  __m128i const b = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p + 8));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(a, b));
+  __m128i const high = _mm_set1_epi16(static_cast<short>(0xFF80));
+  __m128i const zero = _mm_setzero_si128();
+  __m128i const ascii = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_and_si128(a, high), zero),
+                                        _mm_cmpeq_epi16(_mm_and_si128(b, high), zero));
+  return ~static_cast<unsigned>(_mm_movemask_epi8(ascii)) & 0xFFFFu;
+}
+
+// Whether any of the sixteen units at `p` is a surrogate.
+inline bool has_surrogate(char16_t const* p) {
+  __m128i const top5 = _mm_set1_epi16(static_cast<short>(0xF800));
+  __m128i const surrogate = _mm_set1_epi16(static_cast<short>(0xD800));
+  __m128i const a = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+  __m128i const b = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p + 8));
+  __m128i const hits = _mm_or_si128(_mm_cmpeq_epi16(_mm_and_si128(a, top5), surrogate),
+                                    _mm_cmpeq_epi16(_mm_and_si128(b, top5), surrogate));
+  return _mm_movemask_epi8(hits) != 0;
+}
+
+// Writes the block of sixteen units at `p` (it needs sixteen more units after it, which the
+// narrowing reads) and moves `p` past it. The mask of the units that are not ASCII says where
+// each one stands, so the runs of ASCII between them are narrowed again straight from the
+// input: no step waits on the one before but for where the output stands.
+inline char* put_block(char16_t const*& p, char16_t const* end, char* out) {
+  unsigned mask = narrow_block(p, out);
+  if (mask == 0) {
+    p += 16;
+    return out + 16;
+  }
+  char16_t const* const base = p;
+  if (has_surrogate(base)) {
+    return put_units(p, base + 16, end, out);
+  }
+  do {
+    char16_t const* const at = base + __builtin_ctz(mask);
+    narrow_block(p, out);
+    out += at - p;
+    out = put_bmp(*at, out);
+    p = at + 1;
+    mask &= mask - 1;
+  } while (mask != 0);
+  narrow_block(p, out);
+  out += base + 16 - p;
+  p = base + 16;
+  return out;
+}
+
+#else
+
+// The same with words of four units: the ASCII in front of the first other unit is kept, and
+// the units from there to the next ASCII one are written one at a time.
+inline char* put_block(char16_t const*& p, char16_t const* end, char* out) {
+  std::uint64_t const words[4] = {load64(p), load64(p + 4), load64(p + 8), load64(p + 12)};
+  narrow16(p, out);
+  if (((words[0] | words[1] | words[2] | words[3]) & kUnitNonAscii) == 0) {
+    p += 16;
+    return out + 16;
+  }
+  unsigned others = 0;
+  for (int i = 0; i < 4; ++i) {
+    others |= unit_flags(units_at_least(words[i], 0x80)) << (4 * i);
+  }
+  unsigned const ascii = static_cast<unsigned>(__builtin_ctz(others));
+  p += ascii;
+  out += ascii;
+  do {
+    out = put_utf8(p, end, out);
+  } while (p != end && *p >= 0x80);
+  return out;
+}
+
+#endif
 
 // Writes the UTF-8 form of [p, end) at `out` and returns the end of what was written. With
 // `kBounded`, stops early (moving `p` to the first unit not written) once fewer than the worst
 // case of a step is left before `limit`; without, the room must be utf8_length(p, end) bytes
-// plus one, for the spare byte that a two-byte form writes. Each unit gives at least one byte,
-// so a block of sixteen units may always be written ahead.
+// plus one, for the spare byte that a two-byte form writes. Each unit gives at least one byte
+// and a block runs only while thirty-two units are left, so a block's writing ahead always
+// lands in room that the units after it own.
 template <bool kBounded>
 char* utf16_to_utf8(char16_t const*& p, char16_t const* end, char* out, char* limit) {
-  constexpr std::ptrdiff_t kBlockRoom = 3 * 16;  // sixteen units of three bytes
-  constexpr std::ptrdiff_t kUnitRoom = 4;        // a pair
-  while (end - p >= 16 && (!kBounded || limit - out >= kBlockRoom)) {
-    std::uint64_t const words[4] = {load64(p), load64(p + 4), load64(p + 8), load64(p + 12)};
-    narrow16(p, out);
-    if (((words[0] | words[1] | words[2] | words[3]) & kUnitNonAscii) == 0) {
-      p += 16;
-      out += 16;
-      continue;
-    }
-    unsigned others = 0;
-    for (int i = 0; i < 4; ++i) {
-      others |= unit_flags(units_at_least(words[i], 0x80)) << (4 * i);
-    }
-    unsigned const ascii = static_cast<unsigned>(__builtin_ctz(others));
-    p += ascii;
-    out += ascii;
-    do {
-      out = put_utf8(p, end, out);
-    } while (p != end && *p >= 0x80 && (!kBounded || limit - out >= kUnitRoom));
+  constexpr std::ptrdiff_t kBlockRoom = 3 * 17 + 16;  // a block, a pair past it, a spare store
+  constexpr std::ptrdiff_t kUnitRoom = 4;             // a pair
+  while (end - p >= 32 && (!kBounded || limit - out >= kBlockRoom)) {
+    out = put_block(p, end, out);
   }
   while (p != end && (!kBounded || limit - out >= kUnitRoom)) {
     if (*p < 0x80) {
@@ -306,22 +395,33 @@ char* utf16_to_utf8(char16_t const*& p, char16_t const* end, char* out, char* li
 }
 
 std::string to_utf8(char16_t const* first, std::size_t count) {
-  // One pass for the usual text: size for every unit plus an eighth (the input is often larger
-  // than the caches, so a counting pass first would cost as much as the conversion). Text that
+  // One pass for the usual text: room for every unit plus an eighth is reserved (the input is
+  // often larger than the caches, so a counting pass first would cost as much as the
+  // conversion), and the string's size is grown through it a step at a time, so that the zero
+  // fill std::string must do is still in cache when the conversion overwrites it. Text that
   // needs more room is counted from where it ran out and moved once into a string of the exact
   // size.
-  std::string result(count + count / 8 + 4, '\0');
+  constexpr std::size_t kStep = 64 * 1024;
+  std::size_t const room = count + count / 8 + 4;
+  std::string result;
+  result.reserve(room);
   char16_t const* p = first;
   char16_t const* const end = first + count;
-  char* out = utf16_to_utf8<true>(p, end, result.data(), result.data() + result.size());
+  std::size_t written = 0;
+  while (p != end && result.size() < room) {
+    result.resize(std::min(room, result.size() + kStep));
+    written = static_cast<std::size_t>(
+        utf16_to_utf8<true>(p, end, result.data() + written, result.data() + result.size()) -
+        result.data());
+  }
   if (p != end) {
-    std::size_t const written = static_cast<std::size_t>(out - result.data());
     std::string larger(written + utf8_length(p, end) + 1, '\0');
     std::memcpy(larger.data(), result.data(), written);
     result.swap(larger);
-    out = utf16_to_utf8<false>(p, end, result.data() + written, nullptr);
+    written = static_cast<std::size_t>(
+        utf16_to_utf8<false>(p, end, result.data() + written, nullptr) - result.data());
   }
-  result.resize(static_cast<std::size_t>(out - result.data()));
+  result.resize(written);
   return result;
 }
 
