@@ -369,10 +369,22 @@ void BM_PngEncode_SpngLevel1NoFilter(benchmark::State& state) {
   report_png(state, size);
 }
 
+// The floor: one copy of the screenshot's pixels.
+void BM_MemcpyOfScreenshot(benchmark::State& state) {
+  auto const& px = screenshot();
+  std::vector<std::uint8_t> out(px.size());
+  for (auto _ : state) {
+    std::memcpy(out.data(), px.data(), px.size());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * px.size()));
+}
+
 BENCHMARK(BM_PngEncode_Ours)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_PngEncode_LibpngDefault)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_PngEncode_SpngDefault)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_PngEncode_SpngLevel1NoFilter)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_MemcpyOfScreenshot)->Unit(benchmark::kMillisecond);
 
 // ---- PNG in: validation and the whole base64 -> image path --------------------------------------
 

@@ -10,6 +10,7 @@
 #include "clipboard/clipboard_impl.hpp"
 #include "heap_mode_main.hpp"
 #include "platform/i18n.hpp"
+#include "platform/json.hpp"
 #include "platform/memory/memory_clipboard.hpp"
 #include "sample_text.hpp"
 
@@ -148,6 +149,62 @@ void BM_GetPng4K(benchmark::State& state) {
   state.counters["png_MB"] = static_cast<double>(png.size()) / 1e6;
 }
 BENCHMARK(BM_GetPng4K)->Unit(benchmark::kMillisecond);
+
+// The get request's three passes over the text, one by one: the platform read (a copy of the
+// clipboard's UTF-16 text), the getter's conversion to UTF-8, and the serialization of the
+// reply. Beside them, memcpy of the UTF-16 text: the floor of the first pass.
+void BM_GetTextPass1_PlatformRead(benchmark::State& state) {
+  Fixture f;
+  {
+    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
+    data->addData(u"text/plain", fl::i18n::to_ustring(sample_text(kTextBytes)));
+    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+  }
+  std::size_t units = 0;
+  for (auto _ : state) {
+    auto content = pf::clipboard::getClipboardDataSync(u"text/plain", PFClipboardMode::clipboard);
+    units = std::get<std::u16string>(content).size();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * units * 2));
+}
+BENCHMARK(BM_GetTextPass1_PlatformRead)->Unit(benchmark::kMillisecond);
+
+void BM_GetTextPass2_ToUtf8(benchmark::State& state) {
+  std::u16string const text = fl::i18n::to_ustring(sample_text(kTextBytes));
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    bytes = fl::i18n::ustring_to_utf8(text).size();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+BENCHMARK(BM_GetTextPass2_ToUtf8)->Unit(benchmark::kMillisecond);
+
+void BM_GetTextPass3_Serialize(benchmark::State& state) {
+  foundation::json::Object items;
+  items["text/plain"] = foundation::json::Value(sample_text(kTextBytes));
+  foundation::json::Object reply;
+  reply["clipboardItems"] = foundation::json::Value(std::move(items));
+  reply["requestid"] = foundation::json::Value("r");
+  reply["success"] = foundation::json::Value(true);
+  foundation::json::Value const value(std::move(reply));
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    bytes = foundation::json::serialize(value).size();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+BENCHMARK(BM_GetTextPass3_Serialize)->Unit(benchmark::kMillisecond);
+
+void BM_MemcpyOfPlatformText(benchmark::State& state) {
+  std::u16string const from = fl::i18n::to_ustring(sample_text(kTextBytes));
+  std::u16string to(from.size(), u'\0');
+  for (auto _ : state) {
+    std::memcpy(to.data(), from.data(), from.size() * 2);
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * from.size() * 2));
+}
+BENCHMARK(BM_MemcpyOfPlatformText)->Unit(benchmark::kMillisecond);
 
 // The physical limit: copying the bytes of the 16 MB get reply once, between buffers that are
 // already mapped.
