@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "platform/simd/avx512.h"
+
 namespace fl::i18n {
 namespace {
 
@@ -41,21 +43,8 @@ inline std::uint64_t units_at_least(std::uint64_t word, std::uint64_t bound) {
   return (((word & kUnitLow15) + add) | word) & kUnitHighBit;
 }
 
-// Four flags, bit i for the i-th unit in memory, from the bit-15 flags of units_at_least. The
-// multiplication moves each lane's flag to its own bit of one nibble (the partial products
-// never overlap, so nothing carries).
-inline unsigned unit_flags(std::uint64_t lane_flags) {
-  auto const nibble =
-      static_cast<unsigned>(((lane_flags >> 15) * 0x0000200040008001ULL) >> 45) & 0xF;
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  return ((nibble & 1) << 3) | ((nibble & 2) << 1) | ((nibble & 4) >> 1) | ((nibble & 8) >> 3);
-#else
-  return nibble;
-#endif
-}
-
-// The widening and narrowing loops work on local copies: without possible aliasing between
-// source and destination the compilers turn them into a handful of vector instructions.
+// The widening loop works on local copies: without possible aliasing between source and
+// destination the compilers turn it into a handful of vector instructions.
 inline void widen16(unsigned char const* in, char16_t* out) {
   unsigned char bytes[16];
   std::memcpy(bytes, in, sizeof bytes);
@@ -64,16 +53,6 @@ inline void widen16(unsigned char const* in, char16_t* out) {
     units[i] = bytes[i];
   }
   std::memcpy(out, units, sizeof units);
-}
-
-inline void narrow16(char16_t const* in, char* out) {
-  char16_t units[16];
-  std::memcpy(units, in, sizeof units);
-  char bytes[16];
-  for (int i = 0; i < 16; ++i) {
-    bytes[i] = static_cast<char>(units[i]);
-  }
-  std::memcpy(out, bytes, sizeof bytes);
 }
 
 inline bool is_high_surrogate(char32_t u) {
@@ -347,6 +326,30 @@ inline char* put_block(char16_t const*& p, char16_t const* end, char* out) {
 
 #else
 
+// Four flags, bit i for the i-th unit in memory, from the bit-15 flags of units_at_least. The
+// multiplication moves each lane's flag to its own bit of one nibble (the partial products
+// never overlap, so nothing carries).
+inline unsigned unit_flags(std::uint64_t lane_flags) {
+  auto const nibble =
+      static_cast<unsigned>(((lane_flags >> 15) * 0x0000200040008001ULL) >> 45) & 0xF;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  return ((nibble & 1) << 3) | ((nibble & 2) << 1) | ((nibble & 4) >> 1) | ((nibble & 8) >> 3);
+#else
+  return nibble;
+#endif
+}
+
+// The narrowing loop, on local copies for the same reason as widen16.
+inline void narrow16(char16_t const* in, char* out) {
+  char16_t units[16];
+  std::memcpy(units, in, sizeof units);
+  char bytes[16];
+  for (int i = 0; i < 16; ++i) {
+    bytes[i] = static_cast<char>(units[i]);
+  }
+  std::memcpy(out, bytes, sizeof bytes);
+}
+
 // The same with words of four units: the ASCII in front of the first other unit is kept, and
 // the units from there to the next ASCII one are written one at a time.
 inline char* put_block(char16_t const*& p, char16_t const* end, char* out) {
@@ -381,8 +384,16 @@ template <bool kBounded>
 char* utf16_to_utf8(char16_t const*& p, char16_t const* end, char* out, char* limit) {
   constexpr std::ptrdiff_t kBlockRoom = 3 * 17 + 16;  // a block, a pair past it, a spare store
   constexpr std::ptrdiff_t kUnitRoom = 4;             // a pair
+  bool const wide = simd::avx512_usable();
   while (end - p >= 32 && (!kBounded || limit - out >= kBlockRoom)) {
-    out = put_block(p, end, out);
+    if (wide) {
+      char16_t const* const from = p;
+      p = simd::utf16_to_utf8_avx512(p, end, out, kBounded ? limit : nullptr);
+      if (p != from) {
+        continue;
+      }
+    }
+    out = put_block(p, end, out);  // a surrogate, or too little left for the wide blocks
   }
   while (p != end && (!kBounded || limit - out >= kUnitRoom)) {
     if (*p < 0x80) {

@@ -301,4 +301,47 @@ TEST(Utf8Utf16MixedText, LongTextMatchesPerCharacterEncoding) {
   EXPECT_EQ(ustring_to_utf8(to_ustring(utf8)), clean_utf8);
 }
 
+// Long UTF-16 text of every density of non-ASCII units, with pairs and unpaired surrogates at
+// any offset, against a plain unit-by-unit encoding built on the encodings above.
+class Utf16ToUtf8LongText : public testing::TestWithParam<unsigned> {};
+
+TEST_P(Utf16ToUtf8LongText, MatchesUnitByUnitEncoding) {
+  unsigned const other_percent = GetParam();
+  std::uint32_t state = 777 + other_percent;
+  auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  };
+  char32_t const samples[] = {0xE9, 0x7FF, 0x800, 0x20AC, 0xFFFF, 0x1F600, 0x10000, 0x10FFFF};
+  for (int n = 0; n < 6; ++n) {
+    std::u16string utf16;
+    std::size_t const size = 2000 + next() % 20000;
+    while (utf16.size() < size) {
+      std::uint32_t const r = next();
+      if (r % 100 >= other_percent) {
+        utf16 += static_cast<char16_t>('a' + r % 26);
+      } else if (r % 11 == 0) {  // a surrogate on its own, high or low
+        utf16 += static_cast<char16_t>(((r >> 4) % 2 == 0 ? 0xD800 : 0xDC00) + r % 0x400);
+      } else {
+        utf16 += utf16_of(samples[(r >> 4) % 8]);
+      }
+    }
+    std::string expected;
+    for (std::size_t i = 0; i < utf16.size(); ++i) {
+      char32_t const u = utf16[i];
+      bool const pair = u >= 0xD800 && u < 0xDC00 && i + 1 < utf16.size() &&
+                        utf16[i + 1] >= 0xDC00 && utf16[i + 1] < 0xE000;
+      if (pair) {
+        expected += utf8_of(0x10000 + ((u - 0xD800) << 10) + (utf16[i + 1] - 0xDC00));
+        ++i;
+      } else {
+        expected += u >= 0xD800 && u < 0xE000 ? std::string("\xEF\xBF\xBD") : utf8_of(u);
+      }
+    }
+    ASSERT_EQ(ustring_to_utf8(utf16), expected) << "text " << n << " of " << size << " units";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Densities, Utf16ToUtf8LongText, testing::Values(0u, 1u, 5u, 30u, 90u));
+
 }  // namespace

@@ -3,6 +3,7 @@
 // for value with what was serialized.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -431,6 +432,140 @@ INSTANTIATE_TEST_SUITE_P(
     [](testing::TestParamInfo<BadBytes> const& info) { return info.param.name; });
 
 #undef FFFD
+
+// ---- Long strings against a plain reference ----
+
+// What a JSON string of `bytes` must be, worked out one character at a time: the short escapes,
+// \u00XX for the other controls, well-formed UTF-8 as it is, and one U+FFFD per maximal
+// invalid subpart.
+std::string reference_string(std::string const& bytes) {
+  static char const kHex[] = "0123456789ABCDEF";
+  std::string out = "\"";
+  std::size_t i = 0;
+  auto byte = [&bytes](std::size_t at) {
+    return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0u;
+  };
+  while (i < bytes.size()) {
+    unsigned const c = byte(i);
+    if (c < 0x80) {
+      char const* const shorts = "btn?fr";  // the letters for 8..13; 11 has none
+      if (c == '"' || c == '\\') {
+        out += '\\';
+        out += static_cast<char>(c);
+      } else if (c >= 8 && c <= 13 && c != 11) {
+        out += '\\';
+        out += shorts[c - 8];
+      } else if (c < 0x20) {
+        out += "\\u00";
+        out += kHex[c >> 4];
+        out += kHex[c & 0xF];
+      } else {
+        out += static_cast<char>(c);
+      }
+      ++i;
+      continue;
+    }
+    unsigned length = 0;
+    unsigned low = 0x80;
+    unsigned high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+      length = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      length = 3;
+      low = c == 0xE0 ? 0xA0 : 0x80;
+      high = c == 0xED ? 0x9F : 0xBF;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      length = 4;
+      low = c == 0xF0 ? 0x90 : 0x80;
+      high = c == 0xF4 ? 0x8F : 0xBF;
+    }
+    std::size_t taken = 1;
+    bool whole = length != 0;
+    if (whole) {
+      for (unsigned k = 1; k < length; ++k) {
+        unsigned const next = byte(i + k);
+        bool const fits = k == 1 ? next >= low && next <= high : (next & 0xC0) == 0x80;
+        if (i + k >= bytes.size() || !fits) {
+          whole = false;
+          break;
+        }
+        ++taken;
+      }
+    }
+    out += whole ? bytes.substr(i, taken) : "\xEF\xBF\xBD";
+    i += taken;
+  }
+  return out + "\"";
+}
+
+struct TextMix {
+  char const* name;
+  unsigned seed;
+  unsigned stop_percent;  // how often a piece is other than a plain letter
+  bool with_bad_bytes;
+};
+
+class SerializeLongText : public testing::TestWithParam<TextMix> {};
+
+// Long strings of every density of stops, so that every path of the writer runs: pieces are
+// plain letters, escapes, controls with no short escape, characters of two to four bytes and,
+// in some mixes, malformed sequences, each at any offset.
+TEST_P(SerializeLongText, MatchesTheReference) {
+  TextMix const& mix = GetParam();
+  static char const* const kPieces[] = {"\n",
+                                        "\t",
+                                        "\"",
+                                        "\\",
+                                        "\x01",
+                                        "\x1F",
+                                        "\r",
+                                        "\x08",
+                                        "\xC3\xA9",
+                                        "\xE2\x82\xAC",
+                                        "\xE4\xB8\xAD",
+                                        "\xF0\x9F\x98\x80",
+                                        "\xF4\x8F\xBF\xBF",
+                                        "\xED\x9F\xBF"};
+  static char const* const kBad[] = {"\x80",         "\xC0\xAF",         "\xE0\x9F\xBF",
+                                     "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xF5",
+                                     "\xE2\x82",     "\xF0\x9F\x98"};
+  std::uint32_t state = mix.seed;
+  auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  };
+  for (int n = 0; n < 6; ++n) {
+    std::string text;
+    std::size_t const size = 3000 + next() % 20000;
+    while (text.size() < size) {
+      std::uint32_t const r = next();
+      if (r % 100 >= mix.stop_percent) {
+        text += static_cast<char>('a' + r % 26);
+      } else if (mix.with_bad_bytes && r % 9 == 0) {
+        text += kBad[(r >> 4) % 8];
+      } else {
+        text += kPieces[(r >> 4) % 14];
+      }
+    }
+    std::string const written = fj::serialize(Value(text));
+    std::string const expected = reference_string(text);
+    auto const differ = std::mismatch(written.begin(), written.end(), expected.begin(),
+                                      expected.end());
+    auto const at = static_cast<std::size_t>(differ.first - written.begin());
+    ASSERT_EQ(written, expected) << "string " << n << " of " << size << " bytes, first difference"
+                                 << " at " << at << ": " << hex(written.substr(at, 24)) << " vs "
+                                 << hex(expected.substr(at, 24));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mixes, SerializeLongText,
+    testing::Values(TextMix{"Plain", 1, 0, false}, TextMix{"Sparse", 2, 2, false},
+                    TextMix{"Dense", 3, 20, false}, TextMix{"VeryDense", 4, 70, false},
+                    TextMix{"SparseWithBadBytes", 5, 2, true},
+                    TextMix{"DenseWithBadBytes", 6, 20, true},
+                    TextMix{"VeryDenseWithBadBytes", 7, 70, true}),
+    [](testing::TestParamInfo<TextMix> const& info) { return info.param.name; });
 
 // ---- Numbers ----
 

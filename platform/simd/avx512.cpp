@@ -1,0 +1,262 @@
+#include "platform/simd/avx512.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define EDITOR_CLIPBOARD_HAVE_AVX512_KERNELS 1
+#if !defined(__clang__)
+// GCC 12's AVX-512 headers start some intrinsics from a deliberately undefined register, which
+// -Wmaybe-uninitialized reports wherever they are inlined.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <immintrin.h>
+#endif
+
+namespace fl::simd {
+
+#if defined(EDITOR_CLIPBOARD_HAVE_AVX512_KERNELS)
+
+#define AVX512_KERNEL \
+  __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
+
+namespace {
+
+bool detect() {
+  char const* const choice = std::getenv("EDITOR_CLIPBOARD_SIMD");
+  if (choice != nullptr && std::strcmp(choice, "baseline") == 0) {
+    return false;
+  }
+  // __builtin_cpu_supports also checks that the OS saves the AVX-512 registers.
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+         __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi2");
+}
+
+// The first `count` (up to sixteen) of the units in the 32-bit lanes of `u`, none of them a
+// surrogate: each lane is given its one to three bytes, and one compress packs the bytes that
+// count.
+AVX512_KERNEL inline void put_units(__m512i u, unsigned count, char*& out) {
+  __mmask16 const ascii = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x80));
+  __mmask16 const below_800 = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x800));
+  __mmask16 const two = below_800 & static_cast<__mmask16>(~ascii);
+  __mmask16 const three = static_cast<__mmask16>(~below_800);
+  __m512i const six = _mm512_srli_epi32(u, 6);
+  __m512i const low6 = _mm512_set1_epi32(0x3F);
+  __m512i const top = _mm512_set1_epi32(0x80);
+  __m512i const lead2 = _mm512_or_si512(_mm512_set1_epi32(0xC0), six);
+  __m512i const lead3 = _mm512_or_si512(_mm512_set1_epi32(0xE0), _mm512_srli_epi32(u, 12));
+  __m512i const first =
+      _mm512_mask_blend_epi32(ascii, _mm512_mask_blend_epi32(two, lead3, lead2), u);
+  __m512i const last = _mm512_or_si512(top, _mm512_and_si512(u, low6));
+  __m512i const middle = _mm512_or_si512(top, _mm512_and_si512(six, low6));
+  __m512i const second = _mm512_mask_blend_epi32(two, middle, last);
+  __m512i const lanes = _mm512_or_si512(
+      first, _mm512_or_si512(_mm512_slli_epi32(second, 8), _mm512_slli_epi32(last, 16)));
+  std::uint64_t keep = 0x1111111111111111ULL |
+                       _pdep_u64(static_cast<std::uint16_t>(~ascii), 0x2222222222222222ULL) |
+                       _pdep_u64(three, 0x4444444444444444ULL);
+  keep &= count == 16 ? ~std::uint64_t{0} : (std::uint64_t{1} << (4 * count)) - 1;
+  _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, lanes));
+  out += _mm_popcnt_u64(keep);
+}
+
+AVX512_KERNEL inline __m256i splat(int value) {
+  return _mm256_set1_epi8(static_cast<char>(value));
+}
+
+// Bit i set where byte i of `x`, masked with `bits`, equals `value`.
+AVX512_KERNEL inline std::uint32_t bytes_with(__m256i x, int bits, int value) {
+  return _mm256_cmpeq_epi8_mask(_mm256_and_si256(x, splat(bits)), splat(value));
+}
+
+AVX512_KERNEL inline std::uint32_t bytes_equal(__m256i x, int value) {
+  return _mm256_cmpeq_epi8_mask(x, splat(value));
+}
+
+// Writes the first `count` bytes of `bytes` (escaped ones already turned into their letters)
+// at `out`, a backslash in front of each byte marked in `escaped`. Each escaped byte takes two
+// output slots, every other byte one: spreading the mask over slot pairs and packing the slots
+// in use gives the output mask, 1 where an input byte lands and 0 where a backslash goes.
+AVX512_KERNEL inline void write_escaped(__m256i bytes, std::uint32_t escaped, unsigned count,
+                                        char*& out) {
+  std::uint64_t const slots_in_block =
+      count == 32 ? ~std::uint64_t{0} : (std::uint64_t{1} << (2 * count)) - 1;
+  std::uint64_t const slots =
+      (_pdep_u64(escaped, 0x5555555555555555ULL) | 0xAAAAAAAAAAAAAAAAULL) & slots_in_block;
+  std::uint64_t const lands = _pext_u64(0xAAAAAAAAAAAAAAAAULL, slots);
+  auto const length = static_cast<unsigned>(_mm_popcnt_u64(slots));
+  std::uint64_t const written = length == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1;
+  __m512i const spread = _mm512_maskz_expand_epi8(lands, _mm512_zextsi256_si512(bytes));
+  _mm512_storeu_si512(out, _mm512_mask_mov_epi8(spread, written & ~lands, _mm512_set1_epi8('\\')));
+  out += length;
+}
+
+}  // namespace
+
+bool avx512_usable() {
+  static bool const usable = detect();
+  return usable;
+}
+
+AVX512_KERNEL char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const* end,
+                                                   char*& out, char const* limit) {
+  char* o = out;
+  while (end - p >= 96 && (limit == nullptr || limit - o >= 128)) {
+    __m512i const units = _mm512_loadu_si512(p);
+    __m512i const top5 = _mm512_and_si512(units, _mm512_set1_epi16(static_cast<short>(0xF800)));
+    auto const surrogates = static_cast<std::uint32_t>(
+        _mm512_cmpeq_epi16_mask(top5, _mm512_set1_epi16(static_cast<short>(0xD800))));
+    if (_mm512_test_epi16_mask(units, _mm512_set1_epi16(static_cast<short>(0xFF80))) == 0) {
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o), _mm512_cvtepi16_epi8(units));
+      o += 32;
+      p += 32;
+      continue;
+    }
+    if (surrogates == 0) {  // a branch, not a select: the next block's load must not wait
+      put_units(_mm512_cvtepu16_epi32(_mm512_castsi512_si256(units)), 16, o);
+      put_units(_mm512_cvtepu16_epi32(_mm512_extracti64x4_epi64(units, 1)), 16, o);
+      p += 32;
+      continue;
+    }
+    // The units in front of the first surrogate go through the lanes.
+    auto const count = static_cast<unsigned>(__builtin_ctz(surrogates));
+    put_units(_mm512_cvtepu16_epi32(_mm512_castsi512_si256(units)), count < 16 ? count : 16, o);
+    if (count > 16) {
+      put_units(_mm512_cvtepu16_epi32(_mm512_extracti64x4_epi64(units, 1)), count - 16, o);
+    }
+    p += count;
+    // Then the surrogate: a pair gives four bytes, one on its own U+FFFD.
+    char32_t const high = p[0];
+    char32_t const low = p[1];
+    if (high < 0xDC00 && (low & 0xFC00) == 0xDC00) {
+      char32_t const cp = 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
+      o[0] = static_cast<char>(0xF0 | (cp >> 18));
+      o[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      o[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      o[3] = static_cast<char>(0x80 | (cp & 0x3F));
+      o += 4;
+      p += 2;
+    } else {
+      std::memcpy(o, "\xEF\xBF\xBD", 3);
+      o += 3;
+      p += 1;
+    }
+  }
+  out = o;
+  return p;
+}
+
+AVX512_KERNEL unsigned char const* escape_json_avx512(unsigned char const* in,
+                                                      unsigned char const* end, char*& out,
+                                                      char const* limit) {
+  // The letter of each short escape, by control character; 0 where \u00XX is needed.
+  __m256i const letters = _mm256_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r', 0, 0,
+                                           0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+  char* o = out;
+  std::uint64_t wanted = 0;   // continuation bytes that the last block's end calls for
+  std::uint64_t seconds = 0;  // bit 0..3: the last byte was E0, ED, F0, F4
+  unsigned pending = 0;       // bytes of a sequence the last block left open
+  while (end - in >= 64 && limit - o >= 128) {
+    __m256i const x = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(in));
+    __mmask32 const control = _mm256_cmplt_epu8_mask(x, splat(0x20));
+    __mmask32 const quote_or_backslash = bytes_equal(x, '"') | bytes_equal(x, '\\');
+    std::uint32_t const high = _mm256_movepi8_mask(x);
+    if ((control | quote_or_backslash | high | wanted) == 0) {  // plain ASCII, nothing pending
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o), x);
+      o += 32;
+      in += 32;
+      seconds = 0;
+      pending = 0;
+      continue;
+    }
+    __m256i const letter = _mm256_permutexvar_epi8(x, letters);
+
+    // UTF-8, all 32 bytes at once: continuation bytes exactly where a lead byte calls for them;
+    // the narrower second-byte ranges after E0, ED, F0 and F4; no C0, C1 or F5 up. What a
+    // sequence near the end calls for is carried into the next block, so that the input moves
+    // on by a fixed 32 bytes and the next load never waits for this block's answer.
+    std::uint64_t const leads2 = bytes_with(x, 0xE0, 0xC0);
+    std::uint64_t const leads3 = bytes_with(x, 0xF0, 0xE0);
+    std::uint64_t const leads4 = bytes_with(x, 0xF8, 0xF0);
+    std::uint64_t const wanted_here =
+        ((leads2 | leads3 | leads4) << 1) | ((leads3 | leads4) << 2) | (leads4 << 3) | wanted;
+    std::uint32_t const continuation = bytes_with(x, 0xC0, 0x80);
+    std::uint32_t const below_a0 = _mm256_cmplt_epu8_mask(x, splat(0xA0));
+    std::uint32_t const below_90 = _mm256_cmplt_epu8_mask(x, splat(0x90));
+    std::uint64_t const after_e0 = (std::uint64_t{bytes_equal(x, 0xE0)} << 1) | (seconds & 1);
+    std::uint64_t const after_ed = (std::uint64_t{bytes_equal(x, 0xED)} << 1) | (seconds >> 1 & 1);
+    std::uint64_t const after_f0 = (std::uint64_t{bytes_equal(x, 0xF0)} << 1) | (seconds >> 2 & 1);
+    std::uint64_t const after_f4 = (std::uint64_t{bytes_equal(x, 0xF4)} << 1) | (seconds >> 3 & 1);
+    std::uint32_t const bad_lead =
+        bytes_with(x, 0xFE, 0xC0) | _mm256_cmpgt_epu8_mask(x, splat(0xF4));
+    std::uint32_t const bad_second = ((static_cast<std::uint32_t>(after_e0) & below_a0) |
+                                      (static_cast<std::uint32_t>(after_ed) & ~below_a0) |
+                                      (static_cast<std::uint32_t>(after_f0) & below_90) |
+                                      (static_cast<std::uint32_t>(after_f4) & ~below_90)) &
+                                     continuation;
+    std::uint32_t const bad =
+        (static_cast<std::uint32_t>(wanted_here) ^ continuation) | bad_lead | bad_second;
+    std::uint32_t const long_escapes = control & ~_mm256_test_epi8_mask(letter, letter);
+    __m256i const bytes = _mm256_mask_mov_epi8(x, control, letter);
+    std::uint32_t const escaped = control | quote_or_backslash;
+    if (__builtin_expect((bad | long_escapes) != 0, 0)) {
+      if (long_escapes == 0) {
+        break;  // malformed UTF-8
+      }
+      // A control without a short escape ends the block; its \u00XX is written after it.
+      auto const cut = static_cast<unsigned>(__builtin_ctz(long_escapes));
+      if ((bad & static_cast<std::uint32_t>((std::uint64_t{2} << cut) - 1)) != 0) {
+        break;
+      }
+      write_escaped(bytes, escaped, cut, o);
+      in += cut;
+      static char const kHex[] = "0123456789ABCDEF";
+      std::memcpy(o, "\\u00", 4);
+      o[4] = kHex[*in >> 4];
+      o[5] = kHex[*in & 0xF];
+      o += 6;
+      in += 1;
+      wanted = 0;
+      seconds = 0;
+      pending = 0;
+      continue;
+    }
+    // The usual block: all 32 bytes, the input moving on by a constant.
+    write_escaped(bytes, escaped, 32, o);
+    in += 32;
+    wanted = wanted_here >> 32;
+    seconds =
+        (after_e0 >> 32) | (after_ed >> 32 << 1) | (after_f0 >> 32 << 2) | (after_f4 >> 32 << 3);
+    // The bytes of a sequence still open at the end, counted back from it.
+    std::uint32_t const open = (static_cast<std::uint32_t>(leads2) & 0x80000000u) |
+                               (static_cast<std::uint32_t>(leads3) & 0xC0000000u) |
+                               (static_cast<std::uint32_t>(leads4) & 0xE0000000u);
+    pending = open == 0 ? 0 : 32 - static_cast<unsigned>(__builtin_ctz(open));
+  }
+  // A sequence left open is handed back whole: its bytes went out unchanged, so the output
+  // steps back by as many.
+  out = o - pending;
+  return in - pending;
+}
+
+#else
+
+bool avx512_usable() {
+  return false;
+}
+
+char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const*, char*&, char const*) {
+  return p;
+}
+
+unsigned char const* escape_json_avx512(unsigned char const* in, unsigned char const*, char*&,
+                                        char const*) {
+  return in;
+}
+
+#endif
+
+}  // namespace fl::simd
