@@ -299,32 +299,24 @@ void write_string(Output& out, std::string const& value) {
   auto const* const end = at.in + value.size();
   *at.out++ = '"';
   // A block, then room for what the byte that stops it may become; the wide blocks want more.
-  // The wide blocks cost the same whatever they hold, while a block here costs a little and a
-  // stop a lot: so text is handed to them only where it is dense with stops (one in sixteen
-  // bytes or more over the last 256), a chunk at a time.
-  constexpr std::ptrdiff_t kWindow = 256;
-  constexpr std::ptrdiff_t kWideChunk = 4096;
   bool const wide = fl::simd::avx512_usable();
   std::size_t const room = wide ? 128 : kBlock + 8;
-  unsigned char const* window = at.in;
-  unsigned stops = 0;
   while (static_cast<std::size_t>(end - at.in) >= kBlock) {
     at.out = out.make_room(at.out, room);
-    if (at.in - window >= kWindow) {
-      if (wide && stops >= kWindow / 16) {
-        unsigned char const* const chunk_end = end - at.in > kWideChunk ? at.in + kWideChunk : end;
-        at.in = fl::simd::escape_json_avx512(at.in, chunk_end, at.out, out.limit());
-        at.out = out.make_room(at.out, room);
+    if (wide) {
+      unsigned char const* const from = at.in;
+      at.in = fl::simd::escape_json_avx512(at.in, end, at.out, out.limit());
+      if (at.in != from) {
+        continue;  // it ran out of room: more is made above
       }
-      window = at.in;
-      stops = 0;
     }
+    // One run of plain bytes and the byte that stops it: all the way without the wide blocks,
+    // else past the malformed UTF-8 that they leave to this code.
     unsigned const plain = copy_plain(at.in, at.out);
     at.in += plain;
     at.out += plain;
     if (plain != kBlock) {
       at = write_stop(at.in, end, at.out);
-      ++stops;
     }
   }
   while (at.in != end) {
