@@ -67,11 +67,7 @@ AVX512_KERNEL inline __m256i splat(int value) {
   return _mm256_set1_epi8(static_cast<char>(value));
 }
 
-// Bit i set where byte i of `x`, masked with `bits`, equals `value`.
-AVX512_KERNEL inline std::uint32_t bytes_with(__m256i x, int bits, int value) {
-  return _mm256_cmpeq_epi8_mask(_mm256_and_si256(x, splat(bits)), splat(value));
-}
-
+// Bit i set where byte i of `x` equals `value`.
 AVX512_KERNEL inline std::uint32_t bytes_equal(__m256i x, int value) {
   return _mm256_cmpeq_epi8_mask(x, splat(value));
 }
