@@ -11,7 +11,9 @@
 #include <malloc.h>
 #endif
 
-inline int run_benchmarks_keeping_heap(int argc, char** argv) {
+// Takes --default_malloc out of the arguments; unless it was given, keeps freed blocks in the
+// heap from here on. Says which in the benchmark context.
+inline void keep_freed_memory_in_heap(int& argc, char** argv) {
   bool keep_heap = true;
   int kept = 1;
   for (int i = 1; i < argc; ++i) {
@@ -29,6 +31,10 @@ inline int run_benchmarks_keeping_heap(int argc, char** argv) {
   }
 #endif
   benchmark::AddCustomContext("malloc", keep_heap ? "freed blocks kept in the heap" : "default");
+}
+
+inline int run_benchmarks_keeping_heap(int argc, char** argv) {
+  keep_freed_memory_in_heap(argc, argv);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
