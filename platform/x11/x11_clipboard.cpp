@@ -139,8 +139,8 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
   for (auto const& [mime16, content] : data.entries()) {
     std::string const mime = utf8Of(mime16);
     if (auto const* text = std::get_if<std::u16string>(&content)) {
-      auto const utf8 = std::make_shared<std::string const>(utf8Of(*text));
       if (isTextTarget(mime)) {
+        auto const utf8 = std::make_shared<std::string const>(utf8Of(*text));
         auto const latin1 =
             isAscii(*text) ? utf8 : std::make_shared<std::string const>(utf16ToLatin1(*text));
         add("UTF8_STRING", "UTF8_STRING", utf8);
@@ -149,7 +149,8 @@ std::vector<PlannedTarget> planTargets(PFClipboardData const& data) {
         add("STRING", "STRING", latin1);
         add("TEXT", "UTF8_STRING", utf8);
       } else {
-        add(mime, mime, utf8);
+        // text/html and the like: UTF-8 unless the name asks for another charset.
+        add(mime, mime, std::make_shared<std::string const>(encodeText(mime, *text)));
       }
     } else if (auto const* paths = std::get_if<std::vector<Path>>(&content)) {
       add("text/uri-list", "text/uri-list",
@@ -280,7 +281,7 @@ struct PFX11Clipboard::Impl {
       if (equalsNoCase(utf8Of(name), mime))
         return content;
     }
-    if (kind == ReadKind::text) {
+    if (kind == ReadKind::text && isTextTarget(mime)) {
       for (auto const& [name, content] : payload.data->entries()) {
         if (content.index() == 1 && isTextTarget(utf8Of(name)))
           return content;
@@ -394,16 +395,31 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
   ClipboardContent result;
   if (owner != XCB_NONE) {
     auto const limits = impl.limits();
-    if (kind == ReadKind::text) {
+    if (kind == ReadKind::text && isTextTarget(mime)) {
       // Best first; an owner may list a target and still refuse it.
       for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
                                 impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
         auto const reply = lease->convert(selection, owner, target, limits);
         if (!reply)
           continue;
-        if (auto text = textOf(*reply, impl.typeName(lease->get(), reply->type))) {
+        // An owner of text/html alone answers these with its markup: that is no plain text.
+        auto const type = impl.typeName(lease->get(), reply->type);
+        if (!isTextTarget(type))
+          continue;
+        if (auto text = textOf(*reply, type)) {
           result = std::move(*text);
           break;
+        }
+      }
+    } else if (kind == ReadKind::text) {
+      // text/html and the like, decoded by the type the owner answers with.
+      auto const target = impl.atomCache.intern(lease->get(), {mime}).front();
+      auto const reply = lease->convert(selection, owner, target, limits);
+      if (reply) {
+        auto const type = impl.typeName(lease->get(), reply->type);
+        if (sameBaseType(type, mime)) {
+          if (auto text = textOf(*reply, type))
+            result = std::move(*text);
         }
       }
     } else {

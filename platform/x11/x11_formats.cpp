@@ -43,22 +43,17 @@ std::string charsetOf(std::string_view mime) {
   return {};
 }
 
-std::u16string utf16FromBytes(std::string_view bytes) {
-  bool bigEndian = false;
-  std::size_t start = 0;
-  if (bytes.size() >= 2) {
-    auto const b0 = static_cast<unsigned char>(bytes[0]);
-    auto const b1 = static_cast<unsigned char>(bytes[1]);
-    if (b0 == 0xFE && b1 == 0xFF) {
-      bigEndian = true;
-      start = 2;
-    } else if (b0 == 0xFF && b1 == 0xFE) {
-      start = 2;
-    }
-  }
+// The mime type without its parameters.
+std::string_view baseTypeOf(std::string_view mime) {
+  return trimSpaces(mime.substr(0, mime.find(';')));
+}
+
+// UTF-16 code units of `bytes`, byte-order mark already taken off. An odd last byte is no unit;
+// one trailing NUL unit is dropped.
+std::u16string utf16FromBytes(std::string_view bytes, bool bigEndian) {
   std::u16string out;
-  out.reserve((bytes.size() - start) / 2);
-  for (std::size_t i = start; i + 1 < bytes.size(); i += 2) {
+  out.reserve(bytes.size() / 2);
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
     auto const lo = static_cast<unsigned char>(bytes[i + (bigEndian ? 1 : 0)]);
     auto const hi = static_cast<unsigned char>(bytes[i + (bigEndian ? 0 : 1)]);
     out.push_back(static_cast<char16_t>(lo | (hi << 8)));
@@ -66,6 +61,35 @@ std::u16string utf16FromBytes(std::string_view bytes) {
   if (!out.empty() && out.back() == u'\0')
     out.pop_back();
   return out;
+}
+
+std::string utf16ToBytes(std::u16string const& text, bool bigEndian) {
+  std::string out;
+  out.reserve(text.size() * 2);
+  for (char16_t const c : text) {
+    auto const lo = static_cast<char>(c & 0xFF);
+    auto const hi = static_cast<char>(c >> 8);
+    out.push_back(bigEndian ? hi : lo);
+    out.push_back(bigEndian ? lo : hi);
+  }
+  return out;
+}
+
+constexpr std::string_view kLittleEndianBom = "\xFF\xFE";
+constexpr std::string_view kBigEndianBom = "\xFE\xFF";
+constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
+
+bool startsWithBytes(std::string_view bytes, std::string_view prefix) {
+  return bytes.substr(0, prefix.size()) == prefix;
+}
+
+// An even number of bytes with a NUL among them before the trailing NULs (text may end in one);
+// big-endian when the first byte is the NUL.
+bool looksLikeUtf16(std::string_view bytes) {
+  if (bytes.size() < 2 || bytes.size() % 2 != 0)
+    return false;
+  std::size_t const end = bytes.find_last_not_of('\0');
+  return end != std::string_view::npos && bytes.substr(0, end).find('\0') != std::string_view::npos;
 }
 
 int hexValue(char c) noexcept {
@@ -160,6 +184,14 @@ bool isTextTarget(std::string_view name) {
          startsWithNoCase(name, "text/plain");
 }
 
+bool isTextMimeType(std::string_view mime) {
+  return startsWithNoCase(mime, "text/") && !sameBaseType(mime, "text/uri-list");
+}
+
+bool sameBaseType(std::string_view a, std::string_view b) {
+  return equalsNoCase(baseTypeOf(a), baseTypeOf(b));
+}
+
 bool isMetaTarget(std::string_view name) {
   static constexpr std::array<std::string_view, 12> kMeta = {
       "TARGETS", "MULTIPLE",  "TIMESTAMP",        "SAVE_TARGETS",    "DELETE",        "INCR",
@@ -172,12 +204,14 @@ ReadKind readKindOf(std::string_view mime) {
     return ReadKind::none;
   if (isTextTarget(mime))
     return ReadKind::text;
-  if (equalsNoCase(mime, "text/uri-list"))
+  if (sameBaseType(mime, "text/uri-list"))
     return ReadKind::uriList;
   if (equalsNoCase(mime, "image/png"))
     return ReadKind::png;
   if (equalsNoCase(mime, "image/svg+xml") || equalsNoCase(mime, "image/svg"))
     return ReadKind::svg;
+  if (isTextMimeType(mime))
+    return ReadKind::text;
   return ReadKind::bytes;
 }
 
@@ -205,16 +239,19 @@ TextEncoding textEncodingOfType(std::string_view type) {
     return TextEncoding::latin1;
   if (type == "TEXT" || type == "COMPOUND_TEXT")
     return TextEncoding::utf8OrLatin1;
-  if (!startsWithNoCase(type, "text/plain"))
+  if (!isTextMimeType(type))
     return TextEncoding::notText;
   auto const charset = charsetOf(type);
   if (charset.empty())
-    return TextEncoding::utf8OrLatin1;
+    return TextEncoding::byContent;
   if (charset == "utf-8" || charset == "utf8")
     return TextEncoding::utf8;
-  if (charset == "utf-16" || charset == "utf-16le" || charset == "utf-16be") {
+  if (charset == "utf-16")
     return TextEncoding::utf16;
-  }
+  if (charset == "utf-16le")
+    return TextEncoding::utf16le;
+  if (charset == "utf-16be")
+    return TextEncoding::utf16be;
   if (charset == "iso-8859-1" || charset == "latin1" || charset == "us-ascii") {
     return TextEncoding::latin1;
   }
@@ -222,15 +259,44 @@ TextEncoding textEncodingOfType(std::string_view type) {
 }
 
 std::optional<std::u16string> decodeText(std::string_view type, std::string_view bytes) {
-  auto const encoding = textEncodingOfType(type);
-  if (encoding == TextEncoding::notText)
-    return std::nullopt;
-  if (encoding == TextEncoding::utf16)
-    return utf16FromBytes(bytes);
+  auto encoding = textEncodingOfType(type);
+  switch (encoding) {
+    case TextEncoding::notText:
+      return std::nullopt;
+    case TextEncoding::utf16:
+      if (startsWithBytes(bytes, kBigEndianBom))
+        return utf16FromBytes(bytes.substr(2), true);
+      if (startsWithBytes(bytes, kLittleEndianBom))
+        return utf16FromBytes(bytes.substr(2), false);
+      return utf16FromBytes(bytes, false);  // what LibreOffice and browsers send
+    case TextEncoding::utf16le:
+      return utf16FromBytes(startsWithBytes(bytes, kLittleEndianBom) ? bytes.substr(2) : bytes,
+                            false);
+    case TextEncoding::utf16be:
+      return utf16FromBytes(startsWithBytes(bytes, kBigEndianBom) ? bytes.substr(2) : bytes, true);
+    case TextEncoding::byContent:
+      // Chrome has sent text/html as UTF-16 behind a byte-order mark.
+      if (startsWithBytes(bytes, kLittleEndianBom))
+        return utf16FromBytes(bytes.substr(2), false);
+      if (startsWithBytes(bytes, kBigEndianBom))
+        return utf16FromBytes(bytes.substr(2), true);
+      if (startsWithBytes(bytes, kUtf8Bom)) {
+        bytes.remove_prefix(kUtf8Bom.size());
+        encoding = TextEncoding::utf8;
+        break;
+      }
+      // Firefox sends text/html and text/x-moz-url as UTF-16 with no mark at all. Text never
+      // holds a NUL byte before its end, while UTF-16 of Latin script is half NUL bytes.
+      if (looksLikeUtf16(bytes))
+        return utf16FromBytes(bytes, bytes[0] == '\0');
+      break;
+    default:
+      break;
+  }
   if (!bytes.empty() && bytes.back() == '\0')
     bytes.remove_suffix(1);
-  bool const utf8 = encoding == TextEncoding::utf8 ||
-                    (encoding == TextEncoding::utf8OrLatin1 && isValidUtf8(bytes));
+  bool const guess = encoding == TextEncoding::utf8OrLatin1 || encoding == TextEncoding::byContent;
+  bool const utf8 = encoding == TextEncoding::utf8 || (guess && isValidUtf8(bytes));
   if (!utf8)
     return latin1ToUtf16(bytes);
   std::u16string out;
@@ -238,6 +304,23 @@ std::optional<std::u16string> decodeText(std::string_view type, std::string_view
   decoder.feed(bytes, out);
   decoder.finish(out);
   return out;
+}
+
+std::string encodeText(std::string_view type, std::u16string const& text) {
+  switch (textEncodingOfType(type)) {
+    case TextEncoding::latin1:
+      return utf16ToLatin1(text);
+    case TextEncoding::utf16:
+      // Without a mark a reader would have to guess the order.
+      return std::string(kLittleEndianBom) + utf16ToBytes(text, false);
+    case TextEncoding::utf16le:
+      return utf16ToBytes(text, false);
+    case TextEncoding::utf16be:
+      return utf16ToBytes(text, true);
+    default:
+      // An unknown charset too: UTF-8 is what a reader is most likely to decode.
+      return fl::i18n::ustring_to_utf8(text);
+  }
 }
 
 void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {

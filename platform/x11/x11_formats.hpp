@@ -30,6 +30,10 @@ bool startsWithNoCase(std::string_view text, std::string_view prefix);
 
 // The X targets that carry plain text: UTF8_STRING, STRING, TEXT, COMPOUND_TEXT, text/plain*.
 bool isTextTarget(std::string_view name);
+// Mime types read as text: every text/* type except text/uri-list (parameters allowed).
+bool isTextMimeType(std::string_view mime);
+// Whether two mime types name the same type once their parameters are dropped.
+bool sameBaseType(std::string_view a, std::string_view b);
 // Targets that describe the conversion rather than carry data (TARGETS, MULTIPLE, INCR, ...).
 bool isMetaTarget(std::string_view name);
 
@@ -38,12 +42,24 @@ bool isMetaTarget(std::string_view name);
 std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& targets);
 
 // How text of a property type is encoded.
-enum class TextEncoding { utf8, latin1, utf16, utf8OrLatin1, notText };
+enum class TextEncoding {
+  utf8,
+  latin1,
+  utf16,    // byte order from a byte-order mark, little-endian without one
+  utf16le,  // a leading FF FE is dropped
+  utf16be,  // a leading FE FF is dropped
+  utf8OrLatin1,
+  byContent,  // a text mime type without a charset: marks, NULs (UTF-16), UTF-8, else Latin-1
+  notText,
+};
 TextEncoding textEncodingOfType(std::string_view type);
 
 // Text of a reply of type `type`; nullopt when that type does not hold text. One trailing NUL
 // is dropped.
 std::optional<std::u16string> decodeText(std::string_view type, std::string_view bytes);
+// The bytes that serve `text` under the mime type `type`: in its charset when we can write
+// that, UTF-8 otherwise.
+std::string encodeText(std::string_view type, std::u16string const& text);
 
 bool isValidUtf8(std::string_view bytes) noexcept;
 

@@ -1,5 +1,6 @@
 # Builds and runs a consumer of the library: MODE is find_package (against an installed copy of
-# BUILD_DIR) or add_subdirectory (against the source tree).
+# BUILD_DIR) or add_subdirectory (against the source tree). WITH_X11 adds a consumer of the X11
+# backend.
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT result EQUAL 0)
@@ -9,7 +10,8 @@ endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
 set(common -G Ninja -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
-    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS}")
+    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS}"
+    -DCONSUMER_WITH_X11=${WITH_X11})
 
 if(MODE STREQUAL "find_package")
   run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
@@ -21,3 +23,6 @@ else()
 endif()
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/consumer)
+if(WITH_X11)
+  run(${WORK_DIR}/build/consumer_x11)
+endif()

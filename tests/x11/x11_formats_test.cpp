@@ -30,7 +30,11 @@ INSTANTIATE_TEST_SUITE_P(
         KindCase{"UTF8_STRING", ReadKind::text}, KindCase{"text/uri-list", ReadKind::uriList},
         KindCase{"image/png", ReadKind::png}, KindCase{"Image/PNG", ReadKind::png},
         KindCase{"image/svg+xml", ReadKind::svg}, KindCase{"image/svg", ReadKind::svg},
-        KindCase{"text/html", ReadKind::bytes}, KindCase{"image/jpeg", ReadKind::bytes},
+        KindCase{"text/html", ReadKind::text},
+        KindCase{"TEXT/HTML; charset=UTF-16", ReadKind::text},
+        KindCase{"text/x-moz-url", ReadKind::text},
+        KindCase{"text/uri-list; charset=utf-8", ReadKind::uriList},
+        KindCase{"textual/html", ReadKind::bytes}, KindCase{"image/jpeg", ReadKind::bytes},
         KindCase{"application/x-thing", ReadKind::bytes}, KindCase{"TARGETS", ReadKind::none},
         KindCase{"MULTIPLE", ReadKind::none}, KindCase{"INCR", ReadKind::none}));
 
@@ -88,7 +92,68 @@ INSTANTIATE_TEST_SUITE_P(
         TextCase{"text/plain;charset=utf-16", std::string("\xFE\xFF\0h\0i", 6), u"hi"},
         TextCase{"text/plain;charset=koi8-r", "x", std::nullopt},
         TextCase{"image/png", "\x89PNG", std::nullopt},
-        TextCase{"text/html", "<b>", std::nullopt}));
+        TextCase{"text/uri-list", "file:///x", std::nullopt}));
+
+// Other text types: the charset parameter when there is one, else what the bytes look like.
+INSTANTIATE_TEST_SUITE_P(
+    OtherTextTypes, TextDecoding,
+    ::testing::Values(
+        TextCase{"text/html", "<b>caf\xC3\xA9</b>", u"<b>caf\u00e9</b>"},
+        TextCase{"text/html", std::string("\xFF\xFE<\0b\0>\0=\xD8\0\xDE", 12), u"<b>\U0001F600"},
+        TextCase{"text/html", std::string("\xFE\xFF\0<\0b\0>", 8), u"<b>"},
+        TextCase{"text/html", std::string("\xFF\xFE<\0\0\0", 6), u"<"},  // trailing NUL unit
+        TextCase{"text/html", "\xEF\xBB\xBF<i>\xE2\x98\x83</i>", u"<i>\u2603</i>"},
+        TextCase{"text/html", "\xEF\xBB\xBF\xE9", u"\uFFFD"},  // the mark says UTF-8
+        TextCase{"text/html", "caf\xE9", u"caf\u00e9"},        // not UTF-8: Latin-1
+        TextCase{"text/html", std::string("<b>\0", 4), u"<b>"},
+        // UTF-16 without a mark, as Firefox sends it: the NUL bytes give it away.
+        TextCase{"text/html", std::string("<\0b\0>\0", 6), u"<b>"},
+        TextCase{"text/x-moz-url", std::string("h\0t\0\0\0", 6), u"ht"},
+        TextCase{"text/html", std::string("\0<\0b", 4), u"<b"},
+        TextCase{"text/html", std::string("<b>\0\0", 5),
+                 std::u16string(u"<b>\0", 4)},  // odd length: not UTF-16
+        TextCase{"Text/CSV", "a,\xC3\xA9", u"a,\u00e9"},
+        TextCase{"text/plain", std::string("\xFF\xFEh\0i\0", 6), u"hi"},
+        TextCase{"text/html; charset=\"UTF-16LE\"", std::string("<\0b\0", 4), u"<b"},
+        TextCase{"text/html;charset=utf-16le", std::string("\xFF\xFEh\0", 4), u"h"},
+        TextCase{"text/html;charset=utf-16be", std::string("\0h\0i", 4), u"hi"},
+        TextCase{"text/html;charset=utf-16be", std::string("\xFE\xFF\0h", 4), u"h"},
+        TextCase{"text/html;charset=utf-16", std::string("h\0i\0", 4), u"hi"},
+        TextCase{"text/html;charset=utf-16", std::string("\xFE\xFF\0h", 4), u"h"},
+        TextCase{"text/html;charset=utf-8", "\xE9", u"\uFFFD"},  // no guessing past the label
+        TextCase{"text/html;charset=iso-8859-1", "\xC3\xA9", u"\u00c3\u00a9"},
+        TextCase{"text/html;charset=us-ascii", "<b>", u"<b>"},
+        TextCase{"text/html;charset=koi8-r", "<b>", std::nullopt},
+        TextCase{"application/xhtml+xml", "<b>", std::nullopt}));
+
+struct EncodeCase {
+  char const* type;
+  std::u16string text;
+  std::string bytes;
+  std::optional<std::u16string> decoded;  // what a reader of that type gets back
+};
+
+class TextEncodingForServing : public ::testing::TestWithParam<EncodeCase> {};
+
+TEST_P(TextEncodingForServing, FollowsTheCharsetOfTheTarget) {
+  auto const& c = GetParam();
+  auto const bytes = encodeText(c.type, c.text);
+  EXPECT_EQ(bytes, c.bytes);
+  EXPECT_EQ(decodeText(c.type, bytes), c.decoded);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, TextEncodingForServing,
+    ::testing::Values(
+        EncodeCase{"text/html", u"<b>\u00e9 \U0001F600</b>", "<b>\xC3\xA9 \xF0\x9F\x98\x80</b>",
+                   u"<b>\u00e9 \U0001F600</b>"},
+        EncodeCase{"text/html;charset=UTF-8", u"\u2603", "\xE2\x98\x83", u"\u2603"},
+        EncodeCase{"text/html;charset=utf-16", u"h\U0001F600",
+                   std::string("\xFF\xFEh\0=\xD8\0\xDE", 8), u"h\U0001F600"},
+        EncodeCase{"text/html;charset=utf-16le", u"hi", std::string("h\0i\0", 4), u"hi"},
+        EncodeCase{"text/html;charset=utf-16be", u"hi", std::string("\0h\0i", 4), u"hi"},
+        EncodeCase{"text/html;charset=latin1", u"\u00e9\u2603", "\xE9?", u"\u00e9?"},
+        EncodeCase{"text/html;charset=koi8-r", u"\u00e9", "\xC3\xA9", std::nullopt}));
 
 struct Utf8Case {
   std::string bytes;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <sstream>
 
@@ -141,6 +142,54 @@ INSTANTIATE_TEST_SUITE_P(
                                    "image/png", kPng, "image/png"}),
     [](auto const& info) { return std::string(info.param.name); });
 
+// --- HTML as a browser offers it -----------------------------------------------------------
+
+std::u16string const kHtml = u"<p>caf\u00e9 \u2603 \U0001F600</p>";
+
+std::string utf16Le(std::u16string const& text) {
+  std::string out;
+  for (char16_t const c : text) {
+    out.push_back(static_cast<char>(c & 0xFF));
+    out.push_back(static_cast<char>(c >> 8));
+  }
+  return out;
+}
+
+struct HtmlCase {
+  char const* name;
+  std::string bytes;  // what xclip offers as text/html
+};
+
+class HtmlFromXclip : public X11Test, public ::testing::WithParamInterface<HtmlCase> {};
+
+TEST_P(HtmlFromXclip, IsReadAsTextAndReachesTheService) {
+  xclipOwner(PFClipboardMode::clipboard, "text/html", GetParam().bytes);
+  auto backend = pf::clipboard::makeX11Clipboard(options());
+  EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard),
+            std::vector<std::u16string>{u"text/html"});
+  EXPECT_EQ(backend->read(u"text/html", PFClipboardMode::clipboard), ClipboardContent(kHtml));
+  // xclip answers every target with its markup; that is still no plain text.
+  EXPECT_EQ(backend->read(u"text/plain", PFClipboardMode::clipboard).index(), 0u);
+
+  auto previous = pf::clipboard::installClipboardBackend(backend);
+  std::map<std::string, foundation::json::Value> data;
+  {
+    EditorServices::ClipboardImpl service;
+    data = service.getClipboardData({foundation::json::Value("text/html")},
+                                    PFClipboardMode::clipboard);
+  }
+  pf::clipboard::installClipboardBackend(previous);
+  ASSERT_EQ(data.count("text/html"), 1u);
+  EXPECT_EQ(data.at("text/html"), foundation::json::Value(fl::i18n::ustring_to_utf8(kHtml)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Encodings, HtmlFromXclip,
+    ::testing::Values(HtmlCase{"utf8", fl::i18n::ustring_to_utf8(kHtml)},
+                      HtmlCase{"utf8_with_bom", "\xEF\xBB\xBF" + fl::i18n::ustring_to_utf8(kHtml)},
+                      HtmlCase{"utf16le_with_bom", "\xFF\xFE" + utf16Le(kHtml)}),
+    [](auto const& info) { return std::string(info.param.name); });
+
 TEST_F(X11Test, AServiceSubscriptionHearsOfAnotherProgramsCopy) {
   auto previous =
       pf::clipboard::installClipboardBackend(pf::clipboard::makeX11Clipboard(options()));
@@ -196,6 +245,12 @@ std::unique_ptr<PFClipboardData> svgPayload() {
   auto data = std::make_unique<PFClipboardData>();
   data->addData(u"image/svg", std::make_unique<pf::graphics::PFImage>(
                                   pf::graphics::PFImage::Format::svg, bytesOf(kSvg)));
+  return data;
+}
+
+std::unique_ptr<PFClipboardData> htmlPayload(std::u16string const& mime) {
+  auto data = std::make_unique<PFClipboardData>();
+  data->addData(mime, kHtml);
   return data;
 }
 
@@ -255,7 +310,12 @@ INSTANTIATE_TEST_SUITE_P(
         WriteCase{"png", imagePayload, PFClipboardMode::clipboard, "image/png", kPng},
         WriteCase{"svg", svgPayload, PFClipboardMode::clipboard, "image/svg+xml", kSvg},
         WriteCase{"bytes", bytesPayload, PFClipboardMode::clipboard, "application/x-custom",
-                  std::string("\x00\x01\xFF raw", 7)}),
+                  std::string("\x00\x01\xFF raw", 7)},
+        WriteCase{"html_as_utf8", [] { return htmlPayload(u"text/html"); },
+                  PFClipboardMode::clipboard, "text/html", fl::i18n::ustring_to_utf8(kHtml)},
+        WriteCase{"html_in_its_charset", [] { return htmlPayload(u"text/html;charset=utf-16"); },
+                  PFClipboardMode::clipboard, "text/html;charset=utf-16",
+                  "\xFF\xFE" + utf16Le(kHtml)}),
     [](auto const& info) { return std::string(info.param.name); });
 
 struct TargetsCase {
@@ -297,6 +357,7 @@ INSTANTIATE_TEST_SUITE_P(
                       TargetsCase{"png", imagePayload, {"image/png"}},
                       TargetsCase{"svg", svgPayload, {"image/svg+xml"}},
                       TargetsCase{"bytes", bytesPayload, {"application/x-custom"}},
+                      TargetsCase{"html", [] { return htmlPayload(u"text/html"); }, {"text/html"}},
                       TargetsCase{"empty", [] { return std::make_unique<PFClipboardData>(); }, {}}),
     [](auto const& info) { return std::string(info.param.name); });
 

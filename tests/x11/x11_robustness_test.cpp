@@ -168,6 +168,24 @@ INSTANTIATE_TEST_SUITE_P(Owners, PeerDecoding,
                                                       {},
                                                       "application/x-a",
                                                       bytesOf(std::string("\0\xFF", 2))},
+                                           DecodeCase{"html_answered_with_a_charset",
+                                                      {"text/html@text/html;charset=utf-16be"},
+                                                      std::string("\0<\0b\0>", 6),
+                                                      {},
+                                                      "text/html",
+                                                      std::u16string(u"<b>")},
+                                           DecodeCase{"html_answered_as_other_text",
+                                                      {"text/html@text/plain"},
+                                                      "<b>",
+                                                      {},
+                                                      "text/html",
+                                                      ClipboardContent{}},
+                                           DecodeCase{"markup_is_no_plain_text",
+                                                      {"UTF8_STRING@text/html"},
+                                                      "<b>",
+                                                      {},
+                                                      "text/plain",
+                                                      ClipboardContent{}},
                                            DecodeCase{"nothing_readable",
                                                       {"image/png"},
                                                       "png",
@@ -340,18 +358,25 @@ TEST_P(ReadOurOwnThroughX, EveryKindComesBackAsWritten) {
   std::vector<pf::clipboard::Path> const paths = {pf::clipboard::Path(u"/a b"),
                                                   pf::clipboard::Path(u"/\U0001F4C1")};
   auto const png = samplePng();
+  std::u16string const html = u"<p>" + std::u16string(2000, u'\u2603') + u"</p>";
   auto data = text(longText);
+  data->addData(u"text/html", html);
   data->addData(u"text/uri-list", paths);
   data->addData(u"image/png", std::make_unique<pf::graphics::PFImage>(
                                   pf::graphics::PFImage::Format::png, bytesOf(png)));
   data->addData(u"application/x-raw", bytesOf(std::string(70000, '\x01')));
   writer->write(std::move(data), PFClipboardMode::selection);
 
-  EXPECT_EQ(
-      reader->availableMimeTypes(PFClipboardMode::selection),
-      (std::vector<std::u16string>{u"text/plain", u"text/uri-list", u"x-special/gnome-copied-files",
-                                   u"image/png", u"application/x-raw"}));
+  EXPECT_EQ(reader->availableMimeTypes(PFClipboardMode::selection),
+            (std::vector<std::u16string>{u"text/plain", u"text/html", u"text/uri-list",
+                                         u"x-special/gnome-copied-files", u"image/png",
+                                         u"application/x-raw"}));
   EXPECT_EQ(textOf(reader->read(u"text/plain", PFClipboardMode::selection)), longText);
+  EXPECT_EQ(textOf(reader->read(u"text/html", PFClipboardMode::selection)), html);
+  EXPECT_EQ(textOf(writer->read(u"TEXT/HTML", PFClipboardMode::selection)), html);
+  // A text type nobody wrote is not the plain text under another name.
+  EXPECT_EQ(reader->read(u"text/csv", PFClipboardMode::selection).index(), 0u);
+  EXPECT_EQ(writer->read(u"text/csv", PFClipboardMode::selection).index(), 0u);
   EXPECT_EQ(reader->read(u"text/uri-list", PFClipboardMode::selection), ClipboardContent(paths));
   auto const image = reader->read(u"image/png", PFClipboardMode::selection);
   ASSERT_EQ(image.index(), 3u);
