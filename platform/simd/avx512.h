@@ -21,7 +21,8 @@ char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const* end, cha
 // Writes the bytes from `in` as the inside of a JSON string at `out`, 32 at a time: '"', '\\'
 // and the controls escaped (\b \f \n \r \t, the others as \u00XX), well-formed UTF-8 as it
 // is. Goes on while at least 64 bytes are left and 128 bytes of room before `limit`; stops in
-// front of a block with malformed UTF-8. Returns where it stopped; `out` moves.
+// front of a block with malformed UTF-8. Returns where it stopped, which is never inside a
+// character (a sequence the last block left open is handed back); `out` moves.
 unsigned char const* escape_json_avx512(unsigned char const* in, unsigned char const* end,
                                         char*& out, char const* limit);
 
