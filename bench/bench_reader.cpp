@@ -168,11 +168,5 @@ int main(int argc, char** argv) {
 #endif
     benchmark::RegisterBenchmark((name + "/memcpy").c_str(), Memcpy)->Arg(i);
   }
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return run_registered_benchmarks(argc, argv);
 }

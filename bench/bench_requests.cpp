@@ -53,6 +53,27 @@ struct Fixture {
   EditorServices::ClipboardImpl service;
 };
 
+// Puts one item on the clipboard, as a set request would.
+template <class Content>
+void putOnClipboard(std::u16string const& mimeType, Content content) {
+  auto data = std::make_unique<pf::clipboard::PFClipboardData>();
+  data->addData(mimeType, std::move(content));
+  pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+}
+
+// Whole get requests for one flavor through the message form, timed; returns the reply's size.
+std::size_t timeGetRequests(benchmark::State& state, Fixture& f, std::string const& flavor) {
+  JsonMessage const message(R"({"requestid":"r","uid":"u","flavors":[")" + flavor + R"("]})");
+  std::size_t replyBytes = 0;
+  for (auto _ : state) {
+    f.service.handleGetClipboardDataRequest(
+        message, PFClipboardMode::clipboard,
+        [&](std::string reply, std::string) { replyBytes = reply.size(); });
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * replyBytes));
+  return replyBytes;
+}
+
 void BM_FlavorsRequest(benchmark::State& state) {
   Fixture f;
   pf::clipboard::PFClipboardData data;
@@ -72,19 +93,8 @@ BENCHMARK(BM_FlavorsRequest);
 
 void getText(benchmark::State& state, std::string const& text) {
   Fixture f;
-  {
-    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
-    data->addData(u"text/plain", fl::i18n::to_ustring(text));
-    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
-  }
-  JsonMessage const message(std::string(R"({"requestid":"r","uid":"u","flavors":["text/plain"]})"));
-  std::size_t replyBytes = 0;
-  for (auto _ : state) {
-    f.service.handleGetClipboardDataRequest(
-        message, PFClipboardMode::clipboard,
-        [&](std::string reply, std::string) { replyBytes = reply.size(); });
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * replyBytes));
+  putOnClipboard(u"text/plain", fl::i18n::to_ustring(text));
+  std::size_t const replyBytes = timeGetRequests(state, f, "text/plain");
   state.counters["reply_MB"] = static_cast<double>(replyBytes) / 1e6;
 }
 
@@ -132,20 +142,10 @@ void BM_GetPng4K(benchmark::State& state) {
     }
   }
   auto const png = pf::graphics::PFImage::fromRgba(3840, 2160, std::move(rgba))->encodedBytes();
-  {
-    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
-    data->addData(u"image/png",
-                  std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png, png));
-    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
-  }
-  JsonMessage const message(std::string(R"({"requestid":"r","uid":"u","flavors":["image/png"]})"));
-  std::size_t replyBytes = 0;
-  for (auto _ : state) {
-    f.service.handleGetClipboardDataRequest(
-        message, PFClipboardMode::clipboard,
-        [&](std::string reply, std::string) { replyBytes = reply.size(); });
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * replyBytes));
+  putOnClipboard(u"image/png",
+                 std::unique_ptr<pf::graphics::PFGraphics>(std::make_unique<pf::graphics::PFImage>(
+                     pf::graphics::PFImage::Format::png, png)));
+  timeGetRequests(state, f, "image/png");
   state.counters["png_MB"] = static_cast<double>(png.size()) / 1e6;
 }
 BENCHMARK(BM_GetPng4K)->Unit(benchmark::kMillisecond);
@@ -155,11 +155,7 @@ BENCHMARK(BM_GetPng4K)->Unit(benchmark::kMillisecond);
 // reply. Beside them, memcpy of the UTF-16 text: the floor of the first pass.
 void BM_GetTextPass1_PlatformRead(benchmark::State& state) {
   Fixture f;
-  {
-    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
-    data->addData(u"text/plain", fl::i18n::to_ustring(sample_text(kTextBytes)));
-    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
-  }
+  putOnClipboard(u"text/plain", fl::i18n::to_ustring(sample_text(kTextBytes)));
   std::size_t units = 0;
   for (auto _ : state) {
     auto content = pf::clipboard::getClipboardDataSync(u"text/plain", PFClipboardMode::clipboard);
@@ -212,9 +208,7 @@ void BM_MemcpyOfGetReply(benchmark::State& state) {
   std::size_t bytes = 0;
   {
     Fixture f;
-    auto data = std::make_unique<pf::clipboard::PFClipboardData>();
-    data->addData(u"text/plain", fl::i18n::to_ustring(sample_text(kTextBytes)));
-    pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+    putOnClipboard(u"text/plain", fl::i18n::to_ustring(sample_text(kTextBytes)));
     f.service.handleGetClipboardDataRequest(
         JsonMessage(std::string(R"({"requestid":"r","uid":"u","flavors":["text/plain"]})")),
         PFClipboardMode::clipboard, [&](std::string reply, std::string) { bytes = reply.size(); });

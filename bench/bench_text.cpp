@@ -10,6 +10,7 @@
 #include <iconv.h>
 #include <utf8.h>
 #include "heap_mode_main.hpp"
+#include "sample_text.hpp"
 
 #include <codecvt>
 #include <cstdint>
@@ -37,13 +38,7 @@ enum class Corpus { mostly_ascii, ascii, cjk };
 std::string make_text(Corpus corpus) {
   static char const* const kOthers[] = {"\xC3\xA9",         "\xE2\x82\xAC", "\xE4\xB8\xAD",
                                         "\xF0\x9F\x98\x80", "\xC3\xBC",     "\xE3\x81\x82"};
-  std::uint32_t state = 0x9E3779B9u;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
-  };
+  TextRandom next(0x9E3779B9u);
   std::string text;
   text.reserve(kTextBytes + 8);
   while (text.size() < kTextBytes) {

@@ -33,8 +33,8 @@ inline void keep_freed_memory_in_heap(int& argc, char** argv) {
   benchmark::AddCustomContext("malloc", keep_heap ? "freed blocks kept in the heap" : "default");
 }
 
-inline int run_benchmarks_keeping_heap(int argc, char** argv) {
-  keep_freed_memory_in_heap(argc, argv);
+// Runs the registered benchmarks with the command line's options.
+inline int run_registered_benchmarks(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
@@ -42,4 +42,9 @@ inline int run_benchmarks_keeping_heap(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;
+}
+
+inline int run_benchmarks_keeping_heap(int argc, char** argv) {
+  keep_freed_memory_in_heap(argc, argv);
+  return run_registered_benchmarks(argc, argv);
 }

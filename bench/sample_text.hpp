@@ -7,17 +7,26 @@
 #include <cstdint>
 #include <string>
 
+// A small deterministic generator (xorshift32) for the benchmarks' texts.
+class TextRandom {
+ public:
+  explicit TextRandom(std::uint32_t seed) : state_(seed) {}
+  std::uint32_t operator()() {
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 17;
+    state_ ^= state_ << 5;
+    return state_;
+  }
+
+ private:
+  std::uint32_t state_;
+};
+
 inline std::string sample_text(std::size_t bytes) {
   static char const* const kOthers[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xE4\xB8\xAD",
                                         "\xF0\x9F\x98\x80"};
   static char const kEscaped[] = {'\n', '"', '\\', '\t', '\x01', '\r'};
-  std::uint32_t state = 0x2545F491u;
-  auto next = [&state] {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
-  };
+  TextRandom next(0x2545F491u);
   std::string text;
   text.reserve(bytes + 8);
   while (text.size() < bytes) {
