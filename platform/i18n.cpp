@@ -10,6 +10,7 @@
 #endif
 
 #include "platform/simd/avx512.h"
+#include "platform/string_room.hpp"
 
 namespace fl::i18n {
 namespace {
@@ -406,27 +407,20 @@ char* utf16_to_utf8(char16_t const*& p, char16_t const* end, char* out, char* li
 }
 
 std::string to_utf8(char16_t const* first, std::size_t count) {
-  // One pass for the usual text: room for every unit plus an eighth is reserved (the input is
-  // often larger than the caches, so a counting pass first would cost as much as the
-  // conversion), and the string's size is grown through it a step at a time, so that the zero
-  // fill std::string must do is still in cache when the conversion overwrites it. Text that
-  // needs more room is counted from where it ran out and moved once into a string of the exact
-  // size.
-  constexpr std::size_t kStep = 64 * 1024;
+  // One pass for the usual text: room for every unit plus an eighth (the input is often larger
+  // than the caches, so a counting pass first would cost as much as the conversion), taken
+  // without a zero fill. Text that needs more room is counted from where it ran out and moved
+  // once into a string of the exact size.
   std::size_t const room = count + count / 8 + 4;
   std::string result;
-  result.reserve(room);
+  strings::grow_uninitialized(result, room);
   char16_t const* p = first;
   char16_t const* const end = first + count;
-  std::size_t written = 0;
-  while (p != end && result.size() < room) {
-    result.resize(std::min(room, result.size() + kStep));
-    written = static_cast<std::size_t>(
-        utf16_to_utf8<true>(p, end, result.data() + written, result.data() + result.size()) -
-        result.data());
-  }
+  auto written = static_cast<std::size_t>(
+      utf16_to_utf8<true>(p, end, result.data(), result.data() + room) - result.data());
   if (p != end) {
-    std::string larger(written + utf8_length(p, end) + 1, '\0');
+    std::string larger;
+    strings::grow_uninitialized(larger, written + utf8_length(p, end) + 1);
     std::memcpy(larger.data(), result.data(), written);
     result.swap(larger);
     written = static_cast<std::size_t>(

@@ -15,6 +15,7 @@
 
 #include "json/value.hpp"
 #include "platform/simd/avx512.h"
+#include "platform/string_room.hpp"
 
 namespace foundation::json {
 namespace {
@@ -180,14 +181,15 @@ class Output {
 
  private:
   static constexpr std::size_t kMinStep = 64;
-  static constexpr std::size_t kMaxStep = 16384;
 
   std::size_t used() const { return static_cast<std::size_t>(cursor_ - text_.data()); }
 
   char* grow(char* cursor, std::size_t size) {
     std::size_t const used = static_cast<std::size_t>(cursor - text_.data());
-    std::size_t const step = std::min(std::max(used / 2, kMinStep), kMaxStep);
-    text_.resize(used + std::max(size, step));
+    // Room already reserved costs nothing to take: the bytes are left as they are, for the
+    // writers to overwrite.
+    std::size_t const step = std::max(used / 2, kMinStep);
+    fl::strings::grow_uninitialized(text_, std::max(used + std::max(size, step), text_.capacity()));
     limit_ = text_.data() + text_.size();
     return text_.data() + used;
   }
