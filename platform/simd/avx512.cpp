@@ -35,34 +35,6 @@ bool detect() {
          __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi2");
 }
 
-// The first `count` (up to sixteen) of the units in the 32-bit lanes of `u`, none of them a
-// surrogate: each lane is given its one to three bytes, and one compress packs the bytes that
-// count.
-AVX512_KERNEL inline void put_units(__m512i u, unsigned count, char*& out) {
-  __mmask16 const ascii = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x80));
-  __mmask16 const below_800 = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x800));
-  __mmask16 const two = below_800 & static_cast<__mmask16>(~ascii);
-  __mmask16 const three = static_cast<__mmask16>(~below_800);
-  __m512i const six = _mm512_srli_epi32(u, 6);
-  __m512i const low6 = _mm512_set1_epi32(0x3F);
-  __m512i const top = _mm512_set1_epi32(0x80);
-  __m512i const lead2 = _mm512_or_si512(_mm512_set1_epi32(0xC0), six);
-  __m512i const lead3 = _mm512_or_si512(_mm512_set1_epi32(0xE0), _mm512_srli_epi32(u, 12));
-  __m512i const first =
-      _mm512_mask_blend_epi32(ascii, _mm512_mask_blend_epi32(two, lead3, lead2), u);
-  __m512i const last = _mm512_or_si512(top, _mm512_and_si512(u, low6));
-  __m512i const middle = _mm512_or_si512(top, _mm512_and_si512(six, low6));
-  __m512i const second = _mm512_mask_blend_epi32(two, middle, last);
-  __m512i const lanes = _mm512_or_si512(
-      first, _mm512_or_si512(_mm512_slli_epi32(second, 8), _mm512_slli_epi32(last, 16)));
-  std::uint64_t keep = 0x1111111111111111ULL |
-                       _pdep_u64(static_cast<std::uint16_t>(~ascii), 0x2222222222222222ULL) |
-                       _pdep_u64(three, 0x4444444444444444ULL);
-  keep &= count == 16 ? ~std::uint64_t{0} : (std::uint64_t{1} << (4 * count)) - 1;
-  _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, lanes));
-  out += _mm_popcnt_u64(keep);
-}
-
 AVX512_KERNEL inline __m256i splat(int value) {
   return _mm256_set1_epi8(static_cast<char>(value));
 }
@@ -158,49 +130,70 @@ bool avx512_usable() {
   return usable;
 }
 
+// The UTF-8 form of the character at `p`, a unit that is not ASCII, in the low bytes of the
+// result; `length` is set to its byte count and `units` to the units it takes (2 for a pair).
+AVX512_KERNEL inline std::uint32_t utf8_sequence(char16_t const* p, unsigned& length,
+                                                 unsigned& units) {
+  std::uint32_t const u = p[0];
+  units = 1;
+  if (__builtin_expect((u & 0xF800) != 0xD800, 1)) {
+    // Both forms are built and one is picked: which one varies too much to branch on.
+    std::uint32_t const two = (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
+    std::uint32_t const three =
+        (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
+    length = u < 0x800 ? 2 : 3;
+    return u < 0x800 ? two : three;
+  }
+  std::uint32_t const low = p[1];
+  if (u < 0xDC00 && (low & 0xFC00) == 0xDC00) {
+    std::uint32_t const plane = u - 0xD7C0;  // the code point's bits from the tenth up
+    length = 4;
+    units = 2;
+    return (0xF0 | (plane >> 8)) | ((0x80 | ((plane >> 2) & 0x3F)) << 8) |
+           ((0x80 | ((plane & 3) << 4) | ((low >> 6) & 0xF)) << 16) | ((0x80 | (low & 0x3F)) << 24);
+  }
+  length = 3;
+  return 0xBDBFEF;  // U+FFFD for a surrogate on its own
+}
+
 AVX512_KERNEL char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const* end,
                                                    char*& out, char const* limit) {
   char* o = out;
   while (end - p >= 96 && (limit == nullptr || limit - o >= 128)) {
     __m512i const units = _mm512_loadu_si512(p);
-    __m512i const top5 = _mm512_and_si512(units, _mm512_set1_epi16(static_cast<short>(0xF800)));
-    auto const surrogates = static_cast<std::uint32_t>(
-        _mm512_cmpeq_epi16_mask(top5, _mm512_set1_epi16(static_cast<short>(0xD800))));
-    if (_mm512_test_epi16_mask(units, _mm512_set1_epi16(static_cast<short>(0xFF80))) == 0) {
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o), _mm512_cvtepi16_epi8(units));
+    auto others = static_cast<std::uint32_t>(
+        _mm512_test_epi16_mask(units, _mm512_set1_epi16(static_cast<short>(0xFF80))));
+    // Every block is first written as if it were ASCII; most are, and p moves on by a fixed
+    // step whatever the content, so the next load never waits for this block's work.
+    __m256i const narrow = _mm512_cvtepi16_epi8(units);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(o), narrow);
+    if (others == 0) {
       o += 32;
       p += 32;
       continue;
     }
-    if (surrogates == 0) {  // a branch, not a select: the next block's load must not wait
-      put_units(_mm512_cvtepu16_epi32(_mm512_castsi512_si256(units)), 16, o);
-      put_units(_mm512_cvtepu16_epi32(_mm512_extracti64x4_epi64(units, 1)), 16, o);
-      p += 32;
-      continue;
+    // A high surrogate in the last lane pairs with the next block's first unit: it waits.
+    unsigned taken = 32;
+    if ((others >> 31) != 0 && (p[31] & 0xFC00) == 0xD800) {
+      taken = 31;
+      others &= 0x7FFFFFFFu;
     }
-    // The units in front of the first surrogate go through the lanes.
-    auto const count = static_cast<unsigned>(__builtin_ctz(surrogates));
-    put_units(_mm512_cvtepu16_epi32(_mm512_castsi512_si256(units)), count < 16 ? count : 16, o);
-    if (count > 16) {
-      put_units(_mm512_cvtepu16_epi32(_mm512_extracti64x4_epi64(units, 1)), count - 16, o);
+    // Each other character: its sequence is written in place of its narrowed unit, and the
+    // rest of the block again, moved on by the bytes it added.
+    unsigned moved = 0;
+    while (others != 0) {
+      auto const at = static_cast<unsigned>(__builtin_ctz(others));
+      unsigned length;
+      unsigned width;
+      std::uint32_t const sequence = utf8_sequence(p + at, length, width);
+      std::memcpy(o + moved + at, &sequence, 4);
+      moved += length - width;
+      unsigned const next = at + width;
+      others &= static_cast<std::uint32_t>(~std::uint64_t{0} << next);
+      _mm256_mask_storeu_epi8(o + moved, static_cast<__mmask32>(~std::uint64_t{0} << next), narrow);
     }
-    p += count;
-    // Then the surrogate: a pair gives four bytes, one on its own U+FFFD.
-    char32_t const high = p[0];
-    char32_t const low = p[1];
-    if (high < 0xDC00 && (low & 0xFC00) == 0xDC00) {
-      char32_t const cp = 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
-      o[0] = static_cast<char>(0xF0 | (cp >> 18));
-      o[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      o[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      o[3] = static_cast<char>(0x80 | (cp & 0x3F));
-      o += 4;
-      p += 2;
-    } else {
-      std::memcpy(o, "\xEF\xBF\xBD", 3);
-      o += 3;
-      p += 1;
-    }
+    o += taken + moved;
+    p += taken;
   }
   out = o;
   return p;
