@@ -126,9 +126,9 @@ inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
   return true;
 }
 
-// Writes straight into the result string, which is kept a step ahead of the writing: its
-// size is grown in steps (zero-filled, as std::string must, while the step is still in cache;
-// at most kMaxStep bytes, so that this holds) and cut back to what was written at the end.
+// Writes straight into the result string, which is kept ahead of the writing: its size is grown
+// to all the room it has (without a zero fill, the writers fill it) and cut back to what was
+// written at the end.
 // Writers work on a cursor, a char pointer kept in a register, where a member would have to be
 // reloaded after every store through a char*.
 class Output {
