@@ -7,11 +7,17 @@
 
 namespace clipboard_host {
 
+LineWriter::LineWriter(std::FILE* out, bool pretty)
+    : sink_([out](std::string const& line) {
+        std::fwrite(line.data(), 1, line.size(), out);
+        std::fputc('\n', out);
+        std::fflush(out);
+      }),
+      pretty_(pretty) {}
+
 void LineWriter::write(std::string const& line) {
   std::lock_guard<std::mutex> lock(mutex_);
-  std::fwrite(line.data(), 1, line.size(), out_);
-  std::fputc('\n', out_);
-  std::fflush(out_);
+  sink_(line);
 }
 
 void LineWriter::writeReply(RequestKind kind, std::string const& uid,
@@ -37,19 +43,23 @@ void LineWriter::writeError(std::size_t lineNumber, std::string const& message) 
                 : errorLine(lineNumber, message));
 }
 
+BackendInstallation::BackendInstallation(std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
+    : previous_(pf::clipboard::installClipboardBackend(std::move(backend))) {}
+
+BackendInstallation::~BackendInstallation() {
+  pf::clipboard::installClipboardBackend(previous_);
+}
+
 HostSession::HostSession(EditorServices::ClipboardVocabulary const& vocabulary,
                          std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
                          LineWriter& writer)
     : backend_(std::move(backend)),
-      previousBackend_(pf::clipboard::installClipboardBackend(backend_)),
       writer_(writer),
       service_(std::make_unique<EditorServices::ClipboardImpl>(vocabulary)) {}
 
-HostSession::~HostSession() {
-  // The service goes first: its destructor unregisters the change listener.
-  service_.reset();
-  pf::clipboard::installClipboardBackend(previousBackend_);
-}
+// The service's destructor unregisters its change listener, so no notification reaches the
+// writer after this.
+HostSession::~HostSession() = default;
 
 void HostSession::handleLine(std::string const& line, std::size_t lineNumber) {
   HostRequest request;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,10 +13,15 @@
 
 namespace clipboard_host {
 
-// Writes whole lines, flushed, from any thread.
+// Writes whole output lines (or messages) from any thread, one at a time, to a sink: a stream
+// for the JSON Lines transport, a connection's queue for another transport.
 class LineWriter {
  public:
-  LineWriter(std::FILE* out, bool pretty) : out_(out), pretty_(pretty) {}
+  using Sink = std::function<void(std::string const& line)>;
+
+  // Each line goes to `out` with a newline, flushed at once.
+  LineWriter(std::FILE* out, bool pretty);
+  LineWriter(Sink sink, bool pretty) : sink_(std::move(sink)), pretty_(pretty) {}
   void write(std::string const& line);
   void writeReply(RequestKind kind, std::string const& uid, std::string const& replyText);
   void writeNotification(std::string const& text);
@@ -23,10 +29,24 @@ class LineWriter {
 
  private:
   std::mutex mutex_;
-  std::FILE* out_;
+  Sink sink_;
   bool pretty_;
 };
 
+// Installs a backend for the life of the process's sessions and puts the previous one back.
+class BackendInstallation {
+ public:
+  explicit BackendInstallation(std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
+  ~BackendInstallation();
+  BackendInstallation(BackendInstallation const&) = delete;
+  BackendInstallation& operator=(BackendInstallation const&) = delete;
+
+ private:
+  std::shared_ptr<pf::clipboard::PFClipboardBackend> previous_;
+};
+
+// One front end: its own service object (and so its own subscription) over the installed
+// backend, and where its output goes.
 class HostSession {
  public:
   HostSession(EditorServices::ClipboardVocabulary const& vocabulary,
@@ -38,7 +58,6 @@ class HostSession {
 
  private:
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
-  std::shared_ptr<pf::clipboard::PFClipboardBackend> previousBackend_;
   LineWriter& writer_;
   std::unique_ptr<EditorServices::ClipboardImpl> service_;
 };

@@ -178,6 +178,8 @@ int main(int argc, char** argv) {
 
   clipboard_host::LineWriter writer(stdout, options.pretty);
   {
+    // Sessions end before the backend is taken down: their destructors unregister listeners.
+    clipboard_host::BackendInstallation installation(backend);
     clipboard_host::HostSession session(vocabulary, backend, writer);
     clipboard_host::LineReader reader(input, options.maxLine);
     std::string line;

@@ -22,8 +22,12 @@
 #include <vector>
 
 #include "platform/clipboard.hpp"
+#include "platform/formats/clipboard_formats.hpp"
 
 namespace pf::clipboard::x11 {
+
+// The conversions every backend that talks to other programs shares.
+using namespace pf::clipboard::formats;
 
 using Clock = std::chrono::steady_clock;
 

@@ -1,12 +1,12 @@
 // The wire formats, without a display.
 #include <gtest/gtest.h>
 
+#include "platform/formats/clipboard_formats.hpp"
 #include "platform/i18n.hpp"
-#include "platform/x11/x11_formats.hpp"
 
 namespace {
 
-using namespace pf::clipboard::x11;
+using namespace pf::clipboard::formats;
 using pf::clipboard::Path;
 using pf::clipboard::PFClipboardAction;
 

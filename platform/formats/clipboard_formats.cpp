@@ -1,4 +1,4 @@
-#include "platform/x11/x11_formats.hpp"
+#include "platform/formats/clipboard_formats.hpp"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 
 #include "platform/i18n.hpp"
 
-namespace pf::clipboard::x11 {
+namespace pf::clipboard::formats {
 namespace {
 
 char lowerAscii(char c) noexcept {
@@ -576,4 +576,4 @@ std::string encodeGnomeCopiedFiles(std::vector<Path> const& paths, PFClipboardAc
   return out;
 }
 
-}  // namespace pf::clipboard::x11
+}  // namespace pf::clipboard::formats

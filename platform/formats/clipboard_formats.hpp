@@ -1,5 +1,5 @@
-// How clipboard contents look on the X11 wire: target names, text encodings and file lists.
-// Pure functions, no display needed.
+// How clipboard contents look to other programs: type names, text encodings and file lists.
+// Shared by the backends that talk to other programs (X11, Wayland). Pure functions.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 #include "platform/clipboard.hpp"
 
-namespace pf::clipboard::x11 {
+namespace pf::clipboard::formats {
 
 // What a read of a mime type returns.
 enum class ReadKind {
@@ -98,4 +98,4 @@ std::vector<Path> decodeUriList(std::string_view list);
 // x-special/gnome-copied-files: "copy" or "cut", then one URI per line, no trailing newline.
 std::string encodeGnomeCopiedFiles(std::vector<Path> const& paths, PFClipboardAction action);
 
-}  // namespace pf::clipboard::x11
+}  // namespace pf::clipboard::formats

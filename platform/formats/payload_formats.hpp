@@ -1,0 +1,39 @@
+// Between a payload and the bytes other programs exchange: the types a payload is offered under
+// (with the aliases other programs ask for), and the content that bytes read under a type stand
+// for. Shared by the X11 and Wayland backends.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/clipboard.hpp"
+#include "platform/formats/clipboard_formats.hpp"
+#include "platform/graphics.hpp"
+
+namespace pf::clipboard::formats {
+
+std::vector<std::byte> bytesOf(std::string const& data);
+std::string stringOf(std::vector<std::byte> const& bytes);
+
+// An image of a read kind (png or svg) holding `bytes` as they came.
+std::shared_ptr<pf::graphics::PFGraphics> imageOf(ReadKind kind, std::vector<std::byte> bytes);
+
+// One type a payload is offered under: its name, the type the bytes are announced as, and the
+// bytes (shared between aliases).
+struct OfferedType {
+  std::string name;
+  std::string type;
+  std::shared_ptr<std::string const> data;
+};
+
+// The types that serve the payload, in the payload's order; the first entry for a name wins.
+// Text is offered under the usual text names, file lists also as gnome-copied-files (and the KDE
+// cut mark when cut), images encoded as PNG or SVG; images that cannot be encoded are left out.
+std::vector<OfferedType> offeredTypes(PFClipboardData const& data);
+
+// The content of `data` read under `typeName`, as a read of `kind` returns it.
+ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data);
+
+}  // namespace pf::clipboard::formats
