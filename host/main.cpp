@@ -9,6 +9,7 @@
 #include "host/host_session.hpp"
 #include "host/line_reader.hpp"
 #include "host/vocabulary_file.hpp"
+#include "host/websocket_server.hpp"
 #include "platform/log.hpp"
 #include "platform/memory/memory_clipboard.hpp"
 #ifdef EDITOR_CLIPBOARD_HOST_X11
@@ -36,6 +37,16 @@ Options:
                          line gets an error line and is skipped
   --script FILE          read the requests from FILE instead of standard input
   --pretty               print replies and notifications indented for people to read
+  --listen [ADDRESS:]PORT  serve a browser front end instead of standard input: the page over
+                         HTTP and the requests over WebSocket (address 127.0.0.1 unless given;
+                         port 0 picks a free one). The first line on standard error is the
+                         page's address with its token. SIGINT or SIGTERM stops the host.
+  --token-file FILE      with --listen: the token from FILE's first line instead of a random one
+  --allow-origin ORIGIN  with --listen: also accept WebSocket upgrades from this page origin
+                         ("http://localhost:8080"); repeatable
+  --max-connections N    with --listen: WebSocket connections open at once (default 16)
+  --web-root DIR         with --listen: the page's folder (default: share/editor-clipboard/web
+                         of the install prefix)
   --help                 this text
 
 Input lines:
@@ -62,6 +73,8 @@ struct Options {
   std::string script;
   std::size_t maxLine = kDefaultMaxLine;
   bool pretty = false;
+  bool listen = false;
+  clipboard_host::WebHostOptions web;
 };
 
 std::uint32_t parseLevels(std::string const& text) {
@@ -122,6 +135,17 @@ int main(int argc, char** argv) {
         options.script = value("--script");
       } else if (arg == "--max-line") {
         options.maxLine = std::stoull(value("--max-line"));
+      } else if (arg == "--listen") {
+        options.listen = true;
+        clipboard_host::parseListenAddress(value("--listen"), options.web);
+      } else if (arg == "--token-file") {
+        options.web.tokenFile = value("--token-file");
+      } else if (arg == "--allow-origin") {
+        options.web.allowOrigins.push_back(value("--allow-origin"));
+      } else if (arg == "--max-connections") {
+        options.web.maxConnections = std::stoull(value("--max-connections"));
+      } else if (arg == "--web-root") {
+        options.web.webRoot = value("--web-root");
       } else if (arg == "--pretty") {
         options.pretty = true;
       } else {
@@ -174,6 +198,20 @@ int main(int argc, char** argv) {
   if (levels != 0) {
     sink = foundation::log::add_stream_sink(
         std::shared_ptr<std::ostream>(&std::cerr, [](std::ostream*) {}));
+  }
+
+  if (options.listen) {
+    options.web.limits.maxMessage = options.maxLine;
+    clipboard_host::BackendInstallation installation(backend);
+    try {
+      clipboard_host::WebServer server(options.web, vocabulary, backend);
+      std::cerr << "listening on " << server.pageUrl() << std::endl;
+      server.runUntilSignal();
+    } catch (std::exception const& e) {
+      std::cerr << "clipboard-host: " << e.what() << "\n";
+      return 1;
+    }
+    return 0;
   }
 
   clipboard_host::LineWriter writer(stdout, options.pretty);

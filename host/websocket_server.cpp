@@ -1,0 +1,226 @@
+#include "host/websocket_server.hpp"
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/strand.hpp>
+#include <algorithm>
+#include <stdexcept>
+
+#include "host/http_files.hpp"
+#include "host/http_session.hpp"
+
+namespace clipboard_host {
+
+namespace asio = boost::asio;
+using tcp = asio::ip::tcp;
+
+namespace {
+
+// Sockets still reading a request (the page's files, upgrades under way); more wait in the
+// kernel's backlog.
+constexpr std::size_t kMaxHttpSessions = 64;
+
+unsigned short parsePort(std::string const& text) {
+  std::size_t used = 0;
+  unsigned long port = 0;
+  try {
+    port = std::stoul(text, &used);
+  } catch (std::exception const&) {
+    used = 0;
+  }
+  if (text.empty() || used != text.size() || port > 65535) {
+    throw std::invalid_argument("--listen wants ADDRESS:PORT, a port from 0 to 65535");
+  }
+  return static_cast<unsigned short>(port);
+}
+
+}  // namespace
+
+void parseListenAddress(std::string const& text, WebHostOptions& out) {
+  std::size_t const colon = text.rfind(':');
+  if (colon == std::string::npos) {
+    out.port = parsePort(text);
+    return;
+  }
+  std::string address = text.substr(0, colon);
+  if (address.size() >= 2 && address.front() == '[' && address.back() == ']') {
+    address = address.substr(1, address.size() - 2);
+  }
+  if (!address.empty()) {
+    boost::system::error_code ec;
+    asio::ip::make_address(address, ec);
+    if (ec) {
+      throw std::invalid_argument("--listen: not an IP address: " + address);
+    }
+    out.address = address;
+  }
+  out.port = parsePort(text.substr(colon + 1));
+}
+
+WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+                     std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
+    : options_(std::move(options)),
+      vocabulary_(vocabulary),
+      backend_(std::move(backend)),
+      acceptor_(asio::make_strand(ioc_)) {
+  webRoot_ = findWebRoot(options_.webRoot);
+  if (webRoot_.empty()) {
+    throw std::runtime_error(options_.webRoot.empty()
+                                 ? "no web folder found (give one with --web-root)"
+                                 : "no such folder: " + options_.webRoot);
+  }
+  std::string token =
+      options_.tokenFile.empty() ? makeToken() : readTokenFile(options_.tokenFile);
+
+  auto const address = asio::ip::make_address(options_.address);
+  tcp::endpoint const endpoint(address, options_.port);
+  acceptor_.open(endpoint.protocol());
+  acceptor_.set_option(asio::socket_base::reuse_address(true));
+  acceptor_.bind(endpoint);
+  acceptor_.listen(asio::socket_base::max_listen_connections);
+  unsigned short const port = acceptor_.local_endpoint().port();
+  std::string const hostName =
+      address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
+  policy_ = std::make_unique<AccessPolicy>(hostName, port, std::move(token), options_.allowOrigins,
+                                           address.is_loopback());
+}
+
+WebServer::~WebServer() { stop(); }
+
+bool WebServer::reserveConnection() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (stopping_ || openConnections_ >= options_.maxConnections) {
+    return false;
+  }
+  ++openConnections_;
+  return true;
+}
+
+void WebServer::startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request) {
+  auto connection = std::make_shared<WsConnection>(
+      std::move(stream), vocabulary_, backend_, options_.limits, std::function<void()>());
+  WsConnection* const raw = connection.get();
+  // Runs on the connection's worker thread, its service object already gone.
+  connection->setEnded([this, raw] {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      --openConnections_;
+      ended_.push_back(raw);
+    }
+    asio::post(ioc_, [this] { reap(); });
+  });
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    connections_.push_back(connection);
+  }
+  connection->start(std::move(request));
+  if (stopping_) {
+    connection->shutdown();
+  }
+}
+
+void WebServer::reap() {
+  std::vector<std::shared_ptr<WsConnection>> done;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (WsConnection* raw : ended_) {
+      auto const it = std::find_if(connections_.begin(), connections_.end(),
+                                   [raw](auto const& c) { return c.get() == raw; });
+      if (it != connections_.end()) {
+        done.push_back(std::move(*it));
+        connections_.erase(it);
+      }
+    }
+    ended_.clear();
+  }
+  for (auto& connection : done) {
+    connection->join();
+  }
+}
+
+void WebServer::track(std::shared_ptr<HttpSession> const& session) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  httpSessions_.erase(std::remove_if(httpSessions_.begin(), httpSessions_.end(),
+                                     [](auto const& w) { return w.expired(); }),
+                      httpSessions_.end());
+  httpSessions_.push_back(session);
+}
+
+void WebServer::doAccept() {
+  acceptor_.async_accept(asio::make_strand(ioc_), [this](boost::system::error_code ec,
+                                                         tcp::socket socket) {
+    if (ec == asio::error::operation_aborted || stopping_) {
+      return;
+    }
+    if (!ec) {
+      bool room = false;
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        room = std::count_if(httpSessions_.begin(), httpSessions_.end(),
+                             [](auto const& w) { return !w.expired(); }) <
+               static_cast<std::ptrdiff_t>(kMaxHttpSessions);
+      }
+      if (room) {
+        auto session = std::make_shared<HttpSession>(std::move(socket), *this);
+        track(session);
+        session->start();
+      }
+    }
+    doAccept();
+  });
+}
+
+void WebServer::runUntilSignal() {
+  asio::signal_set signals(ioc_, SIGINT, SIGTERM);
+  signals.async_wait([this](boost::system::error_code, int) {
+    stopping_ = true;
+    acceptor_.close();
+    std::vector<std::shared_ptr<WsConnection>> open;
+    std::vector<std::shared_ptr<HttpSession>> sessions;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      open = connections_;
+      for (auto const& weak : httpSessions_) {
+        if (auto session = weak.lock()) {
+          sessions.push_back(std::move(session));
+        }
+      }
+    }
+    for (auto const& connection : open) {
+      connection->shutdown();
+    }
+    for (auto const& session : sessions) {
+      session->close();
+    }
+  });
+  asio::post(acceptor_.get_executor(), [this] { doAccept(); });
+  unsigned const count = 2;
+  for (unsigned i = 0; i + 1 < count; ++i) {
+    ioThreads_.emplace_back([this] { ioc_.run(); });
+  }
+  ioc_.run();
+  stop();
+}
+
+void WebServer::stop() {
+  stopping_ = true;
+  for (auto& thread : ioThreads_) {
+    thread.join();
+  }
+  ioThreads_.clear();
+  // Every handler has run: the workers saw their connections close.
+  std::vector<std::shared_ptr<WsConnection>> open;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    open.swap(connections_);
+  }
+  for (auto& connection : open) {
+    connection->shutdown();
+    connection->join();
+  }
+  // What the workers posted last (closes, writes that find the connection closed).
+  ioc_.restart();
+  ioc_.poll();
+}
+
+}  // namespace clipboard_host

@@ -1,0 +1,83 @@
+// clipboard-host --listen: the page over HTTP and the service over WebSocket, on Boost.Beast.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "clipboard/clipboard_impl.hpp"
+#include "host/http_security.hpp"
+#include "host/websocket_connection.hpp"
+#include "platform/clipboard.hpp"
+
+namespace clipboard_host {
+
+struct WebHostOptions {
+  std::string address = "127.0.0.1";
+  unsigned short port = 0;  // 0 picks a free port
+  std::string tokenFile;    // empty: a fresh random token
+  std::vector<std::string> allowOrigins;
+  std::size_t maxConnections = 16;
+  std::string webRoot;  // empty: found beside the program or through the install prefix
+  ConnectionLimits limits;
+};
+
+// "PORT", "ADDRESS:PORT" or "[IPV6]:PORT" into `out`; throws std::invalid_argument.
+void parseListenAddress(std::string const& text, WebHostOptions& out);
+
+class HttpSession;
+
+class WebServer {
+ public:
+  // Binds the socket; throws on failure (address in use, no web folder, bad token file).
+  WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+            std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
+  ~WebServer();
+  WebServer(WebServer const&) = delete;
+  WebServer& operator=(WebServer const&) = delete;
+
+  std::string pageUrl() const { return policy_->pageUrl(); }
+  std::string const& webRoot() const { return webRoot_; }
+
+  // Serves until SIGINT or SIGTERM, then closes every connection (their service objects go
+  // first) and returns.
+  void runUntilSignal();
+
+  // For the HTTP sessions.
+  AccessPolicy const& policy() const { return *policy_; }
+  std::size_t maxMessage() const { return options_.limits.maxMessage; }
+  // Takes a WebSocket slot; false when --max-connections are open.
+  bool reserveConnection();
+  void startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request);
+  void track(std::shared_ptr<HttpSession> const& session);
+
+ private:
+  void doAccept();
+  void reap();
+  void stop();
+
+  WebHostOptions options_;
+  EditorServices::ClipboardVocabulary const& vocabulary_;
+  std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
+  std::string webRoot_;
+  std::unique_ptr<AccessPolicy> policy_;
+
+  boost::asio::io_context ioc_;
+  boost::asio::ip::tcp::acceptor acceptor_;
+  std::vector<std::thread> ioThreads_;
+
+  std::mutex mutex_;
+  std::size_t openConnections_ = 0;  // slots taken, released when a connection's worker ends
+  std::vector<std::shared_ptr<WsConnection>> connections_;
+  std::vector<WsConnection*> ended_;  // workers done, to be joined and dropped
+  std::vector<std::weak_ptr<HttpSession>> httpSessions_;
+  std::atomic<bool> stopping_{false};
+};
+
+}  // namespace clipboard_host
