@@ -12,7 +12,8 @@ namespace clipboard_host {
 namespace {
 
 std::optional<std::string> realPath(std::string const& path) {
-  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                       &std::free);
   if (!resolved) {
     return std::nullopt;
   }
@@ -133,8 +134,7 @@ std::optional<StaticFile> resolveStaticFile(std::string const& webRoot, std::str
 std::string contentSecurityPolicy(std::string_view host) {
   return "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; "
          "img-src 'self' data: blob:; frame-src 'self'; connect-src ws://" +
-         std::string(host) +
-         "; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+         std::string(host) + "; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 }
 
 }  // namespace clipboard_host

@@ -49,8 +49,8 @@ std::string readTokenFile(std::string const& path) {
   }
   line.erase(0, start);
   bool const plain = std::all_of(line.begin(), line.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           c == '-' || c == '.' || c == '_' || c == '~';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
   });
   if (line.size() < 16 || line.size() > 256 || !plain) {
     throw std::runtime_error("the token in " + path +
@@ -136,9 +136,8 @@ bool AccessPolicy::hostAllowed(std::string_view hostHeader) const {
 }
 
 bool AccessPolicy::originAllowed(std::string_view origin) const {
-  return !origin.empty() && std::any_of(origins_.begin(), origins_.end(), [&](std::string const& o) {
-    return sameHost(o, origin);
-  });
+  return !origin.empty() && std::any_of(origins_.begin(), origins_.end(),
+                                        [&](std::string const& o) { return sameHost(o, origin); });
 }
 
 bool AccessPolicy::tokenAllowed(std::string_view token) const {

@@ -25,7 +25,8 @@ bool sameSecret(std::string_view a, std::string_view b);
 
 // The value of `name` in the query of a request target ("/ws?token=abc"), undecoded; empty
 // when absent. `found` tells an empty value from a missing one.
-std::string_view queryParameter(std::string_view target, std::string_view name, bool* found = nullptr);
+std::string_view queryParameter(std::string_view target, std::string_view name,
+                                bool* found = nullptr);
 
 // The path of a request target, without the query.
 std::string_view targetPath(std::string_view target);

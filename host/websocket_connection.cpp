@@ -21,7 +21,9 @@ WsConnection::WsConnection(beast::tcp_stream&& stream,
       limits_(limits),
       ended_(std::move(ended)) {}
 
-WsConnection::~WsConnection() { join(); }
+WsConnection::~WsConnection() {
+  join();
+}
 
 void WsConnection::join() {
   if (worker_.joinable()) {

@@ -34,7 +34,8 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
   using Request = boost::beast::http::request<boost::beast::http::empty_body>;
 
   // `ended` runs on the worker thread once the connection's service object is gone.
-  WsConnection(boost::beast::tcp_stream&& stream, EditorServices::ClipboardVocabulary const& vocabulary,
+  WsConnection(boost::beast::tcp_stream&& stream,
+               EditorServices::ClipboardVocabulary const& vocabulary,
                std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, ConnectionLimits limits,
                std::function<void()> ended);
   ~WsConnection();

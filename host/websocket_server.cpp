@@ -1,9 +1,9 @@
 #include "host/websocket_server.hpp"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/strand.hpp>
-#include <algorithm>
 #include <stdexcept>
 
 #include "host/http_files.hpp"
@@ -69,8 +69,7 @@ WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary
                                  ? "no web folder found (give one with --web-root)"
                                  : "no such folder: " + options_.webRoot);
   }
-  std::string token =
-      options_.tokenFile.empty() ? makeToken() : readTokenFile(options_.tokenFile);
+  std::string token = options_.tokenFile.empty() ? makeToken() : readTokenFile(options_.tokenFile);
 
   auto const address = asio::ip::make_address(options_.address);
   tcp::endpoint const endpoint(address, options_.port);
@@ -85,7 +84,9 @@ WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary
                                            address.is_loopback());
 }
 
-WebServer::~WebServer() { stop(); }
+WebServer::~WebServer() {
+  stop();
+}
 
 bool WebServer::reserveConnection() {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -97,8 +98,8 @@ bool WebServer::reserveConnection() {
 }
 
 void WebServer::startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request) {
-  auto connection = std::make_shared<WsConnection>(
-      std::move(stream), vocabulary_, backend_, options_.limits, std::function<void()>());
+  auto connection = std::make_shared<WsConnection>(std::move(stream), vocabulary_, backend_,
+                                                   options_.limits, std::function<void()>());
   WsConnection* const raw = connection.get();
   // Runs on the connection's worker thread, its service object already gone.
   connection->setEnded([this, raw] {
@@ -147,27 +148,27 @@ void WebServer::track(std::shared_ptr<HttpSession> const& session) {
 }
 
 void WebServer::doAccept() {
-  acceptor_.async_accept(asio::make_strand(ioc_), [this](boost::system::error_code ec,
-                                                         tcp::socket socket) {
-    if (ec == asio::error::operation_aborted || stopping_) {
-      return;
-    }
-    if (!ec) {
-      bool room = false;
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        room = std::count_if(httpSessions_.begin(), httpSessions_.end(),
-                             [](auto const& w) { return !w.expired(); }) <
-               static_cast<std::ptrdiff_t>(kMaxHttpSessions);
-      }
-      if (room) {
-        auto session = std::make_shared<HttpSession>(std::move(socket), *this);
-        track(session);
-        session->start();
-      }
-    }
-    doAccept();
-  });
+  acceptor_.async_accept(
+      asio::make_strand(ioc_), [this](boost::system::error_code ec, tcp::socket socket) {
+        if (ec == asio::error::operation_aborted || stopping_) {
+          return;
+        }
+        if (!ec) {
+          bool room = false;
+          {
+            std::lock_guard<std::mutex> lock(mutex_);
+            room = std::count_if(httpSessions_.begin(), httpSessions_.end(), [](auto const& w) {
+                     return !w.expired();
+                   }) < static_cast<std::ptrdiff_t>(kMaxHttpSessions);
+          }
+          if (room) {
+            auto session = std::make_shared<HttpSession>(std::move(socket), *this);
+            track(session);
+            session->start();
+          }
+        }
+        doAccept();
+      });
 }
 
 void WebServer::runUntilSignal() {

@@ -1,9 +1,9 @@
 // clipboard-host --listen: the page over HTTP and the service over WebSocket, on Boost.Beast.
 #pragma once
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
