@@ -3,7 +3,8 @@
 import { after, before, describe, test } from 'node:test';
 import assert from 'node:assert/strict';
 import http from 'node:http';
-import { mkdirSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import {
   launchBrowser, startHost, startXvfb, stopAll, stopProcess, waitFor, xclipIn, xclipOut,
@@ -141,6 +142,11 @@ describe('the page and the X11 clipboard', () => {
 
   test('a file list cut by the page is cut for the file manager', async () => {
     const { page, context } = await openPage();
+    await page.fill('#files-input', 'relative/path.txt');
+    await page.click('#cut-files');
+    assert.deepEqual(await errorsShown(page), ['Copy files: not an absolute path: relative/path.txt']);
+    await page.click('#error-list button');
+    assert.equal(await page.isHidden('#errors'), true);
     await page.fill('#files-input', '/tmp/report one.pdf\n/home/me/photo.png\n');
     await page.click('#cut-files');
     const copied = await waitFor(async () => {
@@ -195,17 +201,21 @@ describe('the page and the X11 clipboard', () => {
     await context.close();
   });
 
-  test('the page reconnects when the host restarts, and shows an error meanwhile', async () => {
+  test('the page says it is disconnected while the host is down, and reconnects when it restarts', async () => {
     const { page, context } = await openPage();
     const port = host.url.port;
     const token = host.url.searchParams.get('token');
     await stopProcess(host.child);
     await page.waitForSelector('#status[data-state="closed"]');
-    await page.click('#paste', { force: true }).catch(() => {});
-    const { writeFileSync, mkdtempSync } = await import('node:fs');
-    const dir = mkdtempSync(join(ARTIFACTS, 'token-'));
+    assert.match(await page.textContent('#status'), /disconnected/);
+    assert.equal(await page.isDisabled('#paste'), true);
+    const dir = mkdtempSync(join(tmpdir(), 'clipboard-token-'));
     writeFileSync(join(dir, 'token'), `${token}\n`);
-    host = await startHost(['--backend', 'x11', '--listen', `127.0.0.1:${port}`, '--token-file', join(dir, 'token')], { DISPLAY: display });
+    try {
+      host = await startHost(['--backend', 'x11', '--listen', `127.0.0.1:${port}`, '--token-file', join(dir, 'token')], { DISPLAY: display });
+    } finally {
+      rmSync(dir, { recursive: true });
+    }
     await page.waitForSelector('#status[data-state="open"]', { timeout: 10000 });
     await xclipIn(display, 'after the restart');
     await waitFor(async () => (await flavorsShown(page)).includes('text/plain'), 'notifications after the reconnect');
