@@ -1,0 +1,276 @@
+// clipboard-host --listen beside the same host on a pipe (memory backend), each seen from a
+// front end's side: a small get request's round trip, a 16 MiB get, and how long a change made
+// on one WebSocket takes to reach another connection as a notification. Each round trip is
+// timed on its own: p50 and p99 are counters (microseconds); the 16 MiB rows use the mean.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/websocket.hpp>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = beast::websocket;
+using Clock = std::chrono::steady_clock;
+
+std::string const kSmallGet =
+    R"({"kind":"get","mode":0,"request":{"requestid":"g1","uid":"ui","flavors":["text/plain"]}})";
+
+std::string setText(std::string const& text) {
+  return R"({"kind":"set","mode":0,"request":{"requestid":"s1","uid":"ui","clipboardItems":[{"mimeType":"text/plain","data":")" +
+         text + R"("}]}})";
+}
+
+double percentile(std::vector<double> samples, double fraction) {
+  std::sort(samples.begin(), samples.end());
+  return samples[static_cast<std::size_t>(fraction * static_cast<double>(samples.size() - 1))];
+}
+
+void report(benchmark::State& state, std::vector<double> const& samples) {
+  state.counters["p50_us"] = percentile(samples, 0.50);
+  state.counters["p99_us"] = percentile(samples, 0.99);
+}
+
+// clipboard-host as a child; `stderrPipe` keeps its standard error to read the address from.
+class Child {
+ public:
+  Child(std::vector<std::string> args, bool pipes) {
+    ::signal(SIGPIPE, SIG_IGN);
+    int in[2];
+    int out[2];
+    int err[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
+        ::pipe2(err, O_CLOEXEC) != 0) {
+      throw std::runtime_error("pipe");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    args.insert(args.begin(), CLIPBOARD_HOST_PATH);
+    std::vector<char*> argv;
+    for (auto& a : args) {
+      argv.push_back(a.data());
+    }
+    argv.push_back(nullptr);
+    int const failed = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(err[1]);
+    input_ = in[1];
+    output_ = out[0];
+    error_ = err[0];
+    if (failed != 0) {
+      throw std::runtime_error("cannot start clipboard-host");
+    }
+    (void)pipes;
+  }
+  ~Child() {
+    ::kill(pid_, SIGTERM);
+    ::close(input_);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    ::close(output_);
+    ::close(error_);
+  }
+
+  void writeLine(std::string const& line) {
+    std::string const bytes = line + "\n";
+    for (std::size_t done = 0; done < bytes.size();) {
+      ssize_t const n = ::write(input_, bytes.data() + done, bytes.size() - done);
+      if (n <= 0) {
+        throw std::runtime_error("write to clipboard-host failed");
+      }
+      done += static_cast<std::size_t>(n);
+    }
+  }
+
+  std::string readLine() { return readLineFrom(output_, outPending_); }
+  std::string readErrorLine() { return readLineFrom(error_, errPending_); }
+
+ private:
+  static std::string readLineFrom(int fd, std::string& pending) {
+    std::size_t scanned = 0;
+    for (;;) {
+      std::size_t const newline = pending.find('\n', scanned);
+      if (newline != std::string::npos) {
+        std::string line = pending.substr(0, newline);
+        pending.erase(0, newline + 1);
+        return line;
+      }
+      scanned = pending.size();
+      pollfd wait{fd, POLLIN, 0};
+      if (::poll(&wait, 1, 10000) <= 0) {
+        throw std::runtime_error("no output from clipboard-host");
+      }
+      std::size_t const old = pending.size();
+      pending.resize(old + (1 << 20));
+      ssize_t const n = ::read(fd, pending.data() + old, 1 << 20);
+      pending.resize(old + static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+      if (n <= 0) {
+        throw std::runtime_error("clipboard-host closed its output");
+      }
+    }
+  }
+
+  pid_t pid_ = -1;
+  int input_ = -1;
+  int output_ = -1;
+  int error_ = -1;
+  std::string outPending_;
+  std::string errPending_;
+};
+
+class WebHost {
+ public:
+  WebHost()
+      : child_({"--listen", "127.0.0.1:0", "--web-root", EDITOR_CLIPBOARD_SOURCE_DIR "/web"}, false) {
+    std::string const line = child_.readErrorLine();
+    std::string const prefix = "listening on http://";
+    std::string const rest = line.substr(prefix.size());
+    host_ = rest.substr(0, rest.find('/'));
+    port_ = static_cast<unsigned short>(std::stoi(host_.substr(host_.find(':') + 1)));
+    token_ = line.substr(line.find("token=") + 6);
+  }
+
+  std::unique_ptr<websocket::stream<asio::ip::tcp::socket>> connect(asio::io_context& ioc) {
+    auto ws = std::make_unique<websocket::stream<asio::ip::tcp::socket>>(ioc);
+    ws->next_layer().connect({asio::ip::make_address("127.0.0.1"), port_});
+    ws->next_layer().set_option(asio::ip::tcp::no_delay(true));
+    std::string const origin = "http://" + host_;
+    ws->set_option(websocket::stream_base::decorator(
+        [origin](websocket::request_type& request) { request.set("Origin", origin); }));
+    ws->read_message_max(std::size_t{1} << 30);
+    ws->handshake(host_, "/ws?token=" + token_);
+    ws->text(true);
+    return ws;
+  }
+
+ private:
+  Child child_;
+  std::string host_;
+  unsigned short port_ = 0;
+  std::string token_;
+};
+
+using Socket = websocket::stream<asio::ip::tcp::socket>;
+
+std::string exchange(Socket& ws, std::string const& request, beast::flat_buffer& buffer) {
+  ws.write(asio::buffer(request));
+  buffer.consume(buffer.size());
+  ws.read(buffer);
+  return {};
+}
+
+void putText(Socket& ws, std::string const& text) {
+  beast::flat_buffer buffer;
+  exchange(ws, setText(text), buffer);
+}
+
+template <typename RoundTrip>
+void timeRoundTrips(benchmark::State& state, RoundTrip roundTrip) {
+  std::vector<double> samples;
+  for (auto _ : state) {
+    auto const start = Clock::now();
+    roundTrip();
+    double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    state.SetIterationTime(seconds);
+    samples.push_back(seconds * 1e6);
+  }
+  report(state, samples);
+}
+
+void BM_SmallGet_WebSocket(benchmark::State& state) {
+  WebHost host;
+  asio::io_context ioc;
+  auto ws = host.connect(ioc);
+  putText(*ws, "on the clipboard");
+  beast::flat_buffer buffer;
+  timeRoundTrips(state, [&] { exchange(*ws, kSmallGet, buffer); });
+}
+
+void BM_SmallGet_Pipe(benchmark::State& state) {
+  Child host({}, true);
+  host.writeLine(setText("on the clipboard"));
+  host.readLine();
+  timeRoundTrips(state, [&] {
+    host.writeLine(kSmallGet);
+    benchmark::DoNotOptimize(host.readLine());
+  });
+}
+
+std::string const& bigText() {
+  static std::string const text(std::size_t{16} << 20, 'x');
+  return text;
+}
+
+void BM_Get16MiB_WebSocket(benchmark::State& state) {
+  WebHost host;
+  asio::io_context ioc;
+  auto ws = host.connect(ioc);
+  putText(*ws, bigText());
+  beast::flat_buffer buffer;
+  timeRoundTrips(state, [&] { exchange(*ws, kSmallGet, buffer); });
+}
+
+void BM_Get16MiB_Pipe(benchmark::State& state) {
+  Child host({}, true);
+  host.writeLine(setText(bigText()));
+  host.readLine();
+  timeRoundTrips(state, [&] {
+    host.writeLine(kSmallGet);
+    benchmark::DoNotOptimize(host.readLine());
+  });
+}
+
+// A set on one connection until the notification arrives on another.
+void BM_Notification_WebSocket(benchmark::State& state) {
+  WebHost host;
+  asio::io_context ioc;
+  auto writer = host.connect(ioc);
+  auto listener = host.connect(ioc);
+  beast::flat_buffer buffer;
+  exchange(*listener, R"({"kind":"subscribe","request":{"requestid":"s","uid":"ui"}})", buffer);
+  std::string const sets[] = {setText("one"), setText("two")};
+  beast::flat_buffer writerBuffer;
+  std::size_t i = 0;
+  timeRoundTrips(state, [&] {
+    writer->write(asio::buffer(sets[++i % 2]));
+    buffer.consume(buffer.size());
+    listener->read(buffer);
+  });
+  // The writer's own replies, read after the timing.
+  for (std::size_t n = 0; n < i; ++n) {
+    writerBuffer.consume(writerBuffer.size());
+    writer->read(writerBuffer);
+  }
+}
+
+BENCHMARK(BM_SmallGet_WebSocket)->UseManualTime()->Iterations(5000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SmallGet_Pipe)->UseManualTime()->Iterations(5000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Notification_WebSocket)->UseManualTime()->Iterations(2000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Get16MiB_WebSocket)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Get16MiB_Pipe)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
