@@ -382,3 +382,61 @@ TEST(WebSocketHostFiles, NothingOutsideTheWebFolderIsServed) {
 }
 
 }  // namespace
+
+namespace {
+
+struct StartCase {
+  char const* name;
+  std::string tokenFileText;  // written to the token file; "-" for no file at all
+  std::string extra;
+  int status;
+  char const* firstLine;  // the start of standard error's first line
+};
+
+class WebSocketHostStart : public ::testing::TestWithParam<StartCase> {};
+
+TEST_P(WebSocketHostStart, TokenFilesAndListenAddresses) {
+  std::string const dir = ::testing::TempDir();
+  std::string const stem = dir + "host_start_" + std::to_string(::getpid()) + GetParam().name;
+  if (GetParam().tokenFileText != "-") {
+    std::ofstream(stem + ".token") << GetParam().tokenFileText;
+  }
+  // A host that starts is stopped with SIGTERM after 2 s.
+  std::string const command = "timeout -s TERM 2 " + std::string(CLIPBOARD_HOST_PATH) +
+                              " --web-root " + EDITOR_CLIPBOARD_SOURCE_DIR + "/web --token-file " +
+                              stem + ".token " + GetParam().extra + " 2> " + stem + ".err";
+  int const raw = std::system(command.c_str());
+  std::ifstream err(stem + ".err");
+  std::string first;
+  std::getline(err, first);
+  EXPECT_EQ(first.rfind(GetParam().firstLine, 0), 0u) << first;
+  int const status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  // timeout(1) exits 124 when it had to stop the host.
+  EXPECT_EQ(status, GetParam().status) << first;
+  if (status == 124) {
+    EXPECT_NE(first.find("/?token=Abcdefghij0123456789._~-"), std::string::npos) << first;
+  }
+  std::remove((stem + ".token").c_str());
+  std::remove((stem + ".err").c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, WebSocketHostStart,
+    ::testing::Values(
+        StartCase{"GoodToken", "  Abcdefghij0123456789._~-\n", "--listen 127.0.0.1:0", 124,
+                  "listening on http://127.0.0.1:"},
+        StartCase{"ShortToken", "abc\n", "--listen 0", 1, "clipboard-host: the token in"},
+        StartCase{"TokenWithSpace", "abcdefgh ijklmnopq\n", "--listen 0", 1,
+                  "clipboard-host: the token in"},
+        StartCase{"TokenWithPercent", "abcdefghijklmnop%41\n", "--listen 0", 1,
+                  "clipboard-host: the token in"},
+        StartCase{"NoTokenFile", "-", "--listen 0", 1, "clipboard-host: cannot read the token"},
+        StartCase{"NotAnAddress", "abcdefghijklmnopq", "--listen example.com:0", 2,
+                  "clipboard-host: --listen: not an IP address"},
+        StartCase{"PortOutOfRange", "abcdefghijklmnopq", "--listen 127.0.0.1:65536", 2,
+                  "clipboard-host: --listen wants"},
+        StartCase{"NoWebFolder", "abcdefghijklmnopq", "--listen 0 --web-root /nonexistent", 1,
+                  "clipboard-host: no such folder"}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+}  // namespace

@@ -15,6 +15,14 @@ set(common -G Ninja -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DCMAKE_CXX_COMPILER=${CXX_
 
 if(MODE STREQUAL "find_package")
   run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
+  # The browser page goes where the installed host looks for it.
+  if(EXISTS ${WORK_DIR}/prefix/bin/clipboard-host)
+    foreach(file index.html app.js host_connection.js preview.js style.css)
+      if(NOT EXISTS ${WORK_DIR}/prefix/share/editor-clipboard/web/${file})
+        message(FATAL_ERROR "not installed: share/editor-clipboard/web/${file}")
+      endif()
+    endforeach()
+  endif()
   run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/packaging/consumer -B ${WORK_DIR}/build ${common}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
 else()
