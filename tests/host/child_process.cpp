@@ -78,7 +78,7 @@ ChildProcess::ChildProcess(std::vector<std::string> const& argv,
   }
   env.push_back(nullptr);
 
-  int const spawned = posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), env.data());
+  int const spawned = posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), env.data());
   posix_spawn_file_actions_destroy(&actions);
   ::close(toChild[0]);
   ::close(fromChild[1]);
@@ -135,7 +135,12 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds limi
       return line;
     }
     if (outputEnded_) {
-      return std::nullopt;
+      if (pending_.empty()) {
+        return std::nullopt;
+      }
+      std::string last;
+      last.swap(pending_);  // a last line without "\n"
+      return last;
     }
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
@@ -187,6 +192,14 @@ int ChildProcess::wait(std::chrono::milliseconds limit) {
   }
   status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   return *status_;
+}
+
+int ChildProcess::terminate() {
+  if (pid_ > 0 && !status_) {
+    ::kill(pid_, SIGCONT);  // a stopped child cannot act on SIGTERM
+    ::kill(pid_, SIGTERM);
+  }
+  return wait(std::chrono::seconds(5));
 }
 
 std::string ChildProcess::errorText() const {
