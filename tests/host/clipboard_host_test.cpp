@@ -226,4 +226,18 @@ TEST(ClipboardHost, HelpNamesEveryOption) {
   }
 }
 
+// The README shows the Python front end that a test runs: the same code, line for line.
+TEST(ClipboardHost, ReadmeShowsThePythonExampleVerbatim) {
+  std::string const source = std::string(EDITOR_CLIPBOARD_SOURCE_DIR);
+  std::string const example = readFile(source + "/examples/host_client.py");
+  ASSERT_FALSE(example.empty());
+  std::string indented;
+  std::istringstream lines(example);
+  for (std::string line; std::getline(lines, line);) {
+    indented += line.empty() ? "\n" : "    " + line + "\n";
+  }
+  EXPECT_NE(readFile(source + "/README.md").find(indented), std::string::npos)
+      << "README.md must show examples/host_client.py indented by four spaces";
+}
+
 }  // namespace
