@@ -146,6 +146,11 @@ TEST(LiveHost, RequestErrorsAndDiagnosticsReachTheFrontEndOnThePipe) {
   Object const flavors = awaitAnswer(host);
   EXPECT_EQ(requestIdOf(flavors), "f");
   EXPECT_EQ(flavors.at("log"), Value(Array{})) << "a request that logs nothing has an empty log";
+
+  host.closeInput();
+  EXPECT_EQ(host.wait(), 0);
+  // Capturing the records does not send them to standard error: that is --log's choice.
+  EXPECT_EQ(host.errorText(), "");
 }
 
 TEST(LiveHost, ScriptFileIsStillRead) {
