@@ -93,6 +93,10 @@ struct FailedRequestCase {
   char const* uid;
 };
 
+void PrintTo(FailedRequestCase const& c, std::ostream* os) {
+  *os << c.line;
+}
+
 class FailedRequest : public ::testing::TestWithParam<FailedRequestCase> {};
 
 TEST_P(FailedRequest, ErrorLineNamesKindRequestIdAndUid) {

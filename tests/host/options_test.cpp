@@ -48,6 +48,12 @@ struct BadCase {
   char const* mentions;  // the message names what was wrong
 };
 
+void PrintTo(BadCase const& c, std::ostream* os) {
+  for (auto const& argument : c.arguments) {
+    *os << "[" << argument << "] ";
+  }
+}
+
 class BadOptions : public ::testing::TestWithParam<BadCase> {};
 
 TEST_P(BadOptions, AreRefusedWithAMessageNamingTheProblem) {
