@@ -33,8 +33,8 @@ X11 backend:
   --x11-timeouts FIRST,CHUNK,TOTAL
                          read time limits in milliseconds: the owner's first answer, each
                          INCR chunk, the whole transfer (default 3000,5000,60000)
-  --manager-handover MS  at exit, how long a clipboard manager gets to take over what the host
-                         owns (default 3000; 0 skips the hand-off and exits at once)
+  --manager-handover MS  at exit, how long a running clipboard manager gets to take over what
+                         the host owns (default 3000; 0 skips the hand-off and exits at once)
 
 Input lines:
   {"kind":"flavors",   "request":{"requestid":"r1","uid":"u1"}}
