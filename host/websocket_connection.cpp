@@ -14,12 +14,12 @@ namespace websocket = beast::websocket;
 WsConnection::WsConnection(beast::tcp_stream&& stream,
                            EditorServices::ClipboardVocabulary const& vocabulary,
                            std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
-                           ConnectionLimits limits, std::function<void()> ended)
+                           ConnectionLimits limits, bool diagnostics)
     : ws_(std::move(stream)),
       vocabulary_(vocabulary),
       backend_(std::move(backend)),
       limits_(limits),
-      ended_(std::move(ended)) {}
+      diagnostics_(diagnostics) {}
 
 WsConnection::~WsConnection() {
   join();
@@ -167,7 +167,7 @@ void WsConnection::abort() {
 void WsConnection::work() {
   {
     LineWriter writer([this](std::string const& message) { queueOutput(message); }, false);
-    HostSession session(vocabulary_, backend_, writer);
+    HostSession session(vocabulary_, backend_, writer, diagnostics_);
     std::size_t number = 0;
     for (;;) {
       std::string message;

@@ -33,11 +33,10 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
  public:
   using Request = boost::beast::http::request<boost::beast::http::empty_body>;
 
-  // `ended` runs on the worker thread once the connection's service object is gone.
   WsConnection(boost::beast::tcp_stream&& stream,
                EditorServices::ClipboardVocabulary const& vocabulary,
                std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, ConnectionLimits limits,
-               std::function<void()> ended);
+               bool diagnostics);
   ~WsConnection();
   WsConnection(WsConnection const&) = delete;
   WsConnection& operator=(WsConnection const&) = delete;
@@ -46,6 +45,7 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
   void start(Request request);
   // Drops the connection; callable from any thread.
   void shutdown();
+  // `ended` runs on the worker thread once the connection's service object is gone.
   void setEnded(std::function<void()> ended) { ended_ = std::move(ended); }
   // Waits for the worker thread (after `ended` ran, this returns at once).
   void join();
@@ -66,6 +66,7 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
   EditorServices::ClipboardVocabulary const& vocabulary_;
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
   ConnectionLimits const limits_;
+  bool const diagnostics_;
   std::function<void()> ended_;
 
   std::mutex mutex_;

@@ -4,6 +4,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/strand.hpp>
+#include <iostream>
 #include <stdexcept>
 
 #include "host/http_files.hpp"
@@ -20,41 +21,32 @@ namespace {
 // kernel's backlog.
 constexpr std::size_t kMaxHttpSessions = 64;
 
-unsigned short parsePort(std::string const& text) {
-  std::size_t used = 0;
-  unsigned long port = 0;
-  try {
-    port = std::stoul(text, &used);
-  } catch (std::exception const&) {
-    used = 0;
-  }
-  if (text.empty() || used != text.size() || port > 65535) {
-    throw std::invalid_argument("--listen wants ADDRESS:PORT, a port from 0 to 65535");
-  }
-  return static_cast<unsigned short>(port);
-}
-
 }  // namespace
 
-void parseListenAddress(std::string const& text, WebHostOptions& out) {
-  std::size_t const colon = text.rfind(':');
-  if (colon == std::string::npos) {
-    out.port = parsePort(text);
-    return;
+WebHostOptions webHostOptions(Options const& options) {
+  WebHostOptions web;
+  web.address = options.web.address;
+  web.port = options.web.port;
+  web.tokenFile = options.web.tokenFile;
+  web.allowOrigins = options.web.allowOrigins;
+  web.maxConnections = options.web.maxConnections;
+  web.webRoot = options.web.webRoot;
+  web.limits.maxMessage = options.maxLine;
+  web.diagnostics = options.diagnostics;
+  return web;
+}
+
+int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend) {
+  try {
+    WebServer server(std::move(options), vocabulary, std::move(backend));
+    std::cerr << "listening on " << server.pageUrl() << std::endl;
+    server.runUntilSignal();
+  } catch (std::exception const& e) {
+    std::cerr << "clipboard-host: " << e.what() << "\n";
+    return 1;
   }
-  std::string address = text.substr(0, colon);
-  if (address.size() >= 2 && address.front() == '[' && address.back() == ']') {
-    address = address.substr(1, address.size() - 2);
-  }
-  if (!address.empty()) {
-    boost::system::error_code ec;
-    asio::ip::make_address(address, ec);
-    if (ec) {
-      throw std::invalid_argument("--listen: not an IP address: " + address);
-    }
-    out.address = address;
-  }
-  out.port = parsePort(text.substr(colon + 1));
+  return 0;
 }
 
 WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
@@ -99,7 +91,7 @@ bool WebServer::reserveConnection() {
 
 void WebServer::startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request) {
   auto connection = std::make_shared<WsConnection>(std::move(stream), vocabulary_, backend_,
-                                                   options_.limits, std::function<void()>());
+                                                   options_.limits, options_.diagnostics);
   WsConnection* const raw = connection.get();
   // Runs on the connection's worker thread, its service object already gone.
   connection->setEnded([this, raw] {

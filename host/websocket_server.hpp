@@ -13,6 +13,7 @@
 
 #include "clipboard/clipboard_impl.hpp"
 #include "host/http_security.hpp"
+#include "host/options.hpp"
 #include "host/websocket_connection.hpp"
 #include "platform/clipboard.hpp"
 
@@ -26,10 +27,17 @@ struct WebHostOptions {
   std::size_t maxConnections = 16;
   std::string webRoot;  // empty: found beside the program or through the install prefix
   ConnectionLimits limits;
+  bool diagnostics = false;  // the service's records travel with each reply
 };
 
-// "PORT", "ADDRESS:PORT" or "[IPV6]:PORT" into `out`; throws std::invalid_argument.
-void parseListenAddress(std::string const& text, WebHostOptions& out);
+// The server's settings from the command line's.
+WebHostOptions webHostOptions(Options const& options);
+
+// Serves until SIGINT or SIGTERM with the backend installed by the caller. Prints the page's
+// address as the first line of standard error; returns the exit status (1 when the server
+// cannot start: address in use, no web folder, a bad token file).
+int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
 
 class HttpSession;
 
@@ -44,6 +52,9 @@ class WebServer {
 
   std::string pageUrl() const { return policy_->pageUrl(); }
   std::string const& webRoot() const { return webRoot_; }
+
+  // The server's settings from the command line's.
+  WebHostOptions webHostOptions(Options const& options);
 
   // Serves until SIGINT or SIGTERM, then closes every connection (their service objects go
   // first) and returns.
