@@ -80,7 +80,8 @@ UNIT = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 def base_name(bench):
     """The benchmark's name without the suffixes that options and aggregates add."""
     name = bench.get("run_name", bench["name"])
-    return re.sub(r"(/min_time:[0-9.]+|/real_time|/repeats:[0-9]+)+$", "", name)
+    return re.sub(r"(/min_time:[0-9.]+|/real_time|/manual_time|/iterations:[0-9]+|/repeats:[0-9]+)+$", "",
+                  name)
 
 
 def load(directory):
