@@ -24,7 +24,10 @@ before(async () => {
 
 after(async () => {
   await browser?.close();
+  // SIGTERM ends the host cleanly, every connection's service object gone first.
+  const status = host ? await stopProcess(host.child) : 0;
   await stopAll();
+  assert.equal(status, 0, host?.stderr());
 });
 
 async function openPage(size = { width: 1280, height: 800 }) {
@@ -205,7 +208,7 @@ describe('the page and the X11 clipboard', () => {
     const { page, context } = await openPage();
     const port = host.url.port;
     const token = host.url.searchParams.get('token');
-    await stopProcess(host.child);
+    assert.equal(await stopProcess(host.child), 0, host.stderr());
     await page.waitForSelector('#status[data-state="closed"]');
     assert.match(await page.textContent('#status'), /disconnected/);
     assert.equal(await page.isDisabled('#paste'), true);

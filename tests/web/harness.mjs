@@ -16,13 +16,15 @@ function track(child) {
   return child;
 }
 
+// Resolves with the exit status (null when a signal ended it).
 export async function stopProcess(child, signal = 'SIGTERM') {
-  if (child.exitCode !== null || child.signalCode !== null) return;
-  const exited = new Promise((resolve) => child.once('exit', resolve));
+  if (child.exitCode !== null || child.signalCode !== null) return child.exitCode;
+  const exited = new Promise((resolve) => child.once('exit', (code) => resolve(code)));
   child.kill(signal);
   const timer = setTimeout(() => child.kill('SIGKILL'), 5000);
-  await exited;
+  const code = await exited;
   clearTimeout(timer);
+  return code;
 }
 
 export async function stopAll() {
