@@ -189,6 +189,31 @@ describe('the page and the X11 clipboard', () => {
     await second.context.close();
   });
 
+  test('a paste stuck on a stalled owner holds up its own page only', async () => {
+    const stuck = await openPage();
+    const other = await openPage();
+    const owner = await xclipIn(display, 'about to stall');
+    await waitFor(async () => (await flavorsShown(stuck.page)).includes('text/plain'), 'the flavor list');
+    owner.kill('SIGSTOP');
+    try {
+      await stuck.page.click('#paste'); // its get waits for an owner that never answers
+      await other.page.fill('#text-input', 'while the other page waits');
+      await other.page.click('#copy-text');
+      await waitFor(async () => (await xclipOut(display).catch(() => Buffer.alloc(0))).toString() === 'while the other page waits',
+        'the other page\'s copy');
+      // The other page was served while the first page's request was still under way.
+      assert.equal(await stuck.page.$$eval('#preview > *', (children) => children.length), 0);
+      assert.deepEqual(await errorsShown(stuck.page), []);
+    } finally {
+      owner.kill('SIGCONT');
+    }
+    // The stuck request ends when the backend gives up on the owner; the page says what it got.
+    await stuck.page.waitForFunction(() => document.querySelector('#preview').children.length > 0 ||
+      document.querySelector('#error-list').children.length > 0, null, { timeout: 15000 });
+    await stuck.context.close();
+    await other.context.close();
+  });
+
   test('the page shows a pasted clipboard and is saved as a screenshot', async () => {
     const { page, context } = await openPage();
     await xclipIn(display, '<p>Quarterly <b>figures</b> — see <i>table 3</i></p>', 'text/html');
