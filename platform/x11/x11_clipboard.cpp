@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <unordered_set>
 
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
@@ -210,10 +211,11 @@ struct PFX11Clipboard::Impl {
       return {};
     auto const list = reply->joined();
     std::vector<xcb_atom_t> targets;
+    std::unordered_set<xcb_atom_t> seen;
     for (std::size_t i = 0; i + 4 <= list.size() && targets.size() < kMaxTargets; i += 4) {
       xcb_atom_t atom;
       std::memcpy(&atom, list.data() + i, 4);
-      if (atom != XCB_NONE && std::find(targets.begin(), targets.end(), atom) == targets.end())
+      if (atom != XCB_NONE && seen.insert(atom).second)
         targets.push_back(atom);
     }
     return mimeTypesFromTargets(atomCache.names(conn.get(), targets));

@@ -291,7 +291,7 @@ int hostile(std::string const& which) {
               list.push_back(0x1F000000u + i);
               break;
             case 2:
-              list.push_back(i % 1000 == 2 ? html : utf8);
+              list.push_back(i % 1000 == 6 ? html : utf8);
               break;
             default:
               list.push_back(targetsAtom);
