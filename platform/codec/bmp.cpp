@@ -49,7 +49,7 @@ struct Channel {
 
 }  // namespace
 
-RgbaPixels bmp_decode_rgba(void const* data, std::size_t size) {
+RgbaPixels bmp_decode_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   auto const* p = static_cast<std::uint8_t const*>(data);
   if (size < 26 || p[0] != 'B' || p[1] != 'M')
     reject("not a BMP image");
@@ -80,7 +80,8 @@ RgbaPixels bmp_decode_rgba(void const* data, std::size_t size) {
     height = -height;
   if (width <= 0)
     reject("bad width");
-  check_image_size(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height), "BMP");
+  check_image_size(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height), "BMP",
+                   max_bytes);
 
   // Masks: in the V2+ header itself, or in the 12 (16 with alpha) bytes after a 40-byte one.
   Channel red, green, blue, alpha;

@@ -61,11 +61,11 @@ class Decoder {
 
 }  // namespace
 
-RgbaPixels gif_decode_rgba(void const* data, std::size_t size) {
+RgbaPixels gif_decode_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   Input input{static_cast<std::uint8_t const*>(data), size, 0};
   Decoder gif(input);
   check_image_size(static_cast<std::uint64_t>(std::max(gif->SWidth, 0)),
-                   static_cast<std::uint64_t>(std::max(gif->SHeight, 0)), "GIF");
+                   static_cast<std::uint64_t>(std::max(gif->SHeight, 0)), "GIF", max_bytes);
   std::size_t const width = static_cast<std::size_t>(gif->SWidth);
   std::size_t const height = static_cast<std::size_t>(gif->SHeight);
   int transparent = NO_TRANSPARENT_COLOR;

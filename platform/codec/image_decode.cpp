@@ -139,29 +139,40 @@ char const* image_format_name(ImageFormat format) noexcept {
   return "image";
 }
 
-void check_image_size(std::uint64_t width, std::uint64_t height, char const* format) {
+void check_image_size(std::uint64_t width, std::uint64_t height, char const* format,
+                      std::uint64_t max_bytes) {
   if (width == 0 || height == 0)
     throw std::invalid_argument(std::string(format) + ": empty image");
-  if (width > kPngMaxSide || height > kPngMaxSide || width * height * 4 > kMaxDecodedBytes) {
+  if (width > kPngMaxSide || height > kPngMaxSide || width * height * 4 > max_bytes) {
     throw std::invalid_argument(std::string(format) + ": image of " + std::to_string(width) + "x" +
                                 std::to_string(height) + " exceeds the size limit");
   }
 }
 
-RgbaPixels decode_image_rgba(void const* data, std::size_t size) {
+RgbaPixels decode_image_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   switch (sniff_image_format(data, size)) {
-    case ImageFormat::png:
+    case ImageFormat::png: {
+      // IHDR comes first: its size is checked against the budget before libspng allocates.
+      auto const* p = static_cast<unsigned char const*>(data);
+      if (size >= 24) {
+        auto const be32 = [p](std::size_t at) {
+          return std::uint64_t{p[at]} << 24 | std::uint64_t{p[at + 1]} << 16 |
+                 std::uint64_t{p[at + 2]} << 8 | p[at + 3];
+        };
+        check_image_size(be32(16), be32(20), "PNG", max_bytes);
+      }
       return png_decode_rgba(data, size);
+    }
     case ImageFormat::jpeg:
-      return jpeg_decode_rgba(data, size);
+      return jpeg_decode_rgba(data, size, max_bytes);
     case ImageFormat::gif:
-      return gif_decode_rgba(data, size);
+      return gif_decode_rgba(data, size, max_bytes);
     case ImageFormat::webp:
-      return webp_decode_rgba(data, size);
+      return webp_decode_rgba(data, size, max_bytes);
     case ImageFormat::tiff:
-      return tiff_decode_rgba(data, size);
+      return tiff_decode_rgba(data, size, max_bytes);
     case ImageFormat::bmp:
-      return bmp_decode_rgba(data, size);
+      return bmp_decode_rgba(data, size, max_bytes);
     case ImageFormat::unknown:
       break;
   }

@@ -25,19 +25,29 @@ ImageFormat sniff_image_format(void const* data, std::size_t size) noexcept;
 ImageFormat image_format_of_mime(std::string_view mime) noexcept;
 char const* image_format_name(ImageFormat format) noexcept;
 
-// Throws std::invalid_argument when an image of that size is empty or over the limits.
-void check_image_size(std::uint64_t width, std::uint64_t height, char const* format);
+// Throws std::invalid_argument when an image of that size is empty, has a side over
+// kPngMaxSide or would take more than `max_bytes` of RGBA.
+void check_image_size(std::uint64_t width, std::uint64_t height, char const* format,
+                      std::uint64_t max_bytes = kMaxDecodedBytes);
 
 // Each throws std::invalid_argument ("JPEG: ...") for bytes that are not a whole, valid image
-// of its format or that exceed the limits above.
-RgbaPixels jpeg_decode_rgba(void const* data, std::size_t size);  // EXIF orientation applied
-RgbaPixels webp_decode_rgba(void const* data, std::size_t size);  // an animation's first frame
-RgbaPixels gif_decode_rgba(void const* data, std::size_t size);   // the first frame
-RgbaPixels tiff_decode_rgba(void const* data, std::size_t size);  // the first page
-RgbaPixels bmp_decode_rgba(void const* data, std::size_t size);
+// of its format or that exceed the limits above; `max_bytes` lowers the RGBA budget (a caller
+// with less memory to spare, the fuzz target).
+RgbaPixels jpeg_decode_rgba(void const* data, std::size_t size,  // EXIF orientation applied
+                            std::uint64_t max_bytes = kMaxDecodedBytes);
+RgbaPixels webp_decode_rgba(void const* data, std::size_t size,  // an animation's first frame
+                            std::uint64_t max_bytes = kMaxDecodedBytes);
+RgbaPixels gif_decode_rgba(void const* data, std::size_t size,  // the first frame
+                           std::uint64_t max_bytes = kMaxDecodedBytes);
+RgbaPixels tiff_decode_rgba(void const* data, std::size_t size,  // the first page
+                            std::uint64_t max_bytes = kMaxDecodedBytes);
+RgbaPixels bmp_decode_rgba(void const* data, std::size_t size,
+                           std::uint64_t max_bytes = kMaxDecodedBytes);
 
-// Decodes by the signature; PNG included. Throws std::invalid_argument for anything else.
-RgbaPixels decode_image_rgba(void const* data, std::size_t size);
+// Decodes by the signature; PNG included (PNG has only its side limit). Throws
+// std::invalid_argument for anything else.
+RgbaPixels decode_image_rgba(void const* data, std::size_t size,
+                             std::uint64_t max_bytes = kMaxDecodedBytes);
 
 // The EXIF orientation (1 to 8) of a JPEG's APP1 segment; 1 when there is none or it is bad.
 int jpeg_exif_orientation(void const* data, std::size_t size) noexcept;

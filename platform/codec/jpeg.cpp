@@ -21,7 +21,7 @@ struct HandleDeleter {
 
 }  // namespace
 
-RgbaPixels jpeg_decode_rgba(void const* data, std::size_t size) {
+RgbaPixels jpeg_decode_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   if (size < 4 || size > 0xFFFFFFFFu)
     throw std::invalid_argument("JPEG: not a JPEG image");
   std::unique_ptr<void, HandleDeleter> const handle(tjInitDecompress());
@@ -34,7 +34,8 @@ RgbaPixels jpeg_decode_rgba(void const* data, std::size_t size) {
                           &colorspace) != 0) {
     reject(handle.get());
   }
-  check_image_size(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height), "JPEG");
+  check_image_size(static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height), "JPEG",
+                   max_bytes);
   RgbaPixels pixels{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
                     std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * 4)};
   // A warning (a truncated or damaged stream) fails the image instead of leaving grey rows;

@@ -93,12 +93,12 @@ struct OptionsDeleter {
 
 }  // namespace
 
-RgbaPixels tiff_decode_rgba(void const* data, std::size_t size) {
+RgbaPixels tiff_decode_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   Input input{static_cast<std::uint8_t const*>(data), size, 0, {}};
   std::unique_ptr<TIFFOpenOptions, OptionsDeleter> const options(TIFFOpenOptionsAlloc());
   if (!options)
     throw std::bad_alloc();
-  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(kMaxDecodedBytes));
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(max_bytes));
   TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keepError, &input);
   TIFFOpenOptionsSetWarningHandlerExtR(options.get(), dropWarning, nullptr);
   std::unique_ptr<TIFF, TiffCloser> const tif(
@@ -111,7 +111,7 @@ RgbaPixels tiff_decode_rgba(void const* data, std::size_t size) {
       !TIFFGetField(tif.get(), TIFFTAG_IMAGELENGTH, &height)) {
     reject(input, "no image size");
   }
-  check_image_size(width, height, "TIFF");
+  check_image_size(width, height, "TIFF", max_bytes);
   char why[1024] = "";
   if (!TIFFRGBAImageOK(tif.get(), why))
     throw std::invalid_argument(std::string("TIFF: ") + why);

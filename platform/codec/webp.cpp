@@ -23,14 +23,14 @@ struct AnimDecoderDeleter {
 
 }  // namespace
 
-RgbaPixels webp_decode_rgba(void const* data, std::size_t size) {
+RgbaPixels webp_decode_rgba(void const* data, std::size_t size, std::uint64_t max_bytes) {
   auto const* bytes = static_cast<std::uint8_t const*>(data);
   WebPBitstreamFeatures features{};
   if (WebPGetFeatures(bytes, size, &features) != VP8_STATUS_OK)
     reject("not a valid WebP image");
   // For an animation these are the canvas's; libwebp caps both at 16383.
   check_image_size(static_cast<std::uint64_t>(features.width),
-                   static_cast<std::uint64_t>(features.height), "WebP");
+                   static_cast<std::uint64_t>(features.height), "WebP", max_bytes);
   auto const width = static_cast<std::uint32_t>(features.width);
   auto const height = static_cast<std::uint32_t>(features.height);
   std::size_t const stride = std::size_t{width} * 4;
