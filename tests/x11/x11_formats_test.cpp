@@ -259,12 +259,20 @@ TEST_F(WithClipman, KeepsPlainTextButNeverASecret) {
   EXPECT_EQ(textAfterwards(), "plain words");
 
   {
+    // A set request as a password manager's front end sends it, through the service.
     auto backend = pf::clipboard::makeX11Clipboard(options());
-    auto data = std::make_unique<PFClipboardData>();
-    data->addData(u"text/plain", u"hunter2");
-    // How the service hands the hint over: text under the hint's own name.
-    data->addData(u"x-kde-passwordManagerHint", u"secret");
-    backend->write(std::move(data), PFClipboardMode::clipboard);
+    auto previous = pf::clipboard::installClipboardBackend(backend);
+    {
+      using foundation::json::Object;
+      using foundation::json::Value;
+      EditorServices::ClipboardImpl service;
+      service.addClipboardContents(
+          {Value(Object{{"mimeType", Value("text/plain")}, {"data", Value("hunter2")}}),
+           Value(Object{{"mimeType", Value("x-kde-passwordManagerHint")},
+                        {"data", Value("secret")}})},
+          PFClipboardMode::clipboard);
+    }
+    pf::clipboard::installClipboardBackend(previous);
     // Other programs still get the secret, and the mark beside it.
     EXPECT_EQ(xclipRead(PFClipboardMode::clipboard, "UTF8_STRING").output, "hunter2");
     EXPECT_EQ(xclipRead(PFClipboardMode::clipboard, "x-kde-passwordManagerHint").output, "secret");
