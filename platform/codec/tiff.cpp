@@ -115,13 +115,17 @@ RgbaPixels tiff_decode_rgba(void const* data, std::size_t size, std::uint64_t ma
   char why[1024] = "";
   if (!TIFFRGBAImageOK(tif.get(), why))
     throw std::invalid_argument(std::string("TIFF: ") + why);
-  std::vector<std::uint32_t> raster(std::size_t{width} * height);
-  if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 1)) {
+  // libtiff writes one packed 32-bit word per pixel; it lands in the RGBA buffer itself, which
+  // is then rewritten in place, so the image is held once, not twice.
+  RgbaPixels pixels{width, height, std::vector<std::uint8_t>(std::size_t{width} * height * 4)};
+  if (!TIFFReadRGBAImageOriented(tif.get(), width, height,
+                                 reinterpret_cast<std::uint32_t*>(pixels.rgba.data()),
+                                 ORIENTATION_TOPLEFT, 1)) {
     reject(input, "the image data is damaged");
   }
-  RgbaPixels pixels{width, height, std::vector<std::uint8_t>(raster.size() * 4)};
-  for (std::size_t i = 0; i < raster.size(); ++i) {
-    std::uint32_t const abgr = raster[i];
+  for (std::size_t i = 0; i < pixels.rgba.size(); i += 4) {
+    std::uint32_t abgr;
+    std::memcpy(&abgr, &pixels.rgba[i], 4);
     unsigned const a = TIFFGetA(abgr);
     unsigned r = TIFFGetR(abgr), g = TIFFGetG(abgr), b = TIFFGetB(abgr);
     // libtiff hands out premultiplied colour; PNG holds it straight.
@@ -130,7 +134,7 @@ RgbaPixels tiff_decode_rgba(void const* data, std::size_t size, std::uint64_t ma
       g = std::min(255u, (g * 255 + a / 2) / a);
       b = std::min(255u, (b * 255 + a / 2) / a);
     }
-    auto* out = &pixels.rgba[i * 4];
+    auto* out = &pixels.rgba[i];
     out[0] = static_cast<std::uint8_t>(r);
     out[1] = static_cast<std::uint8_t>(g);
     out[2] = static_cast<std::uint8_t>(b);
