@@ -13,9 +13,9 @@
 namespace pf::graphics::codec {
 
 // The pixels an image may decode to: the side limit of PNG, and at most 1 GiB of RGBA (a side
-// of 32768 alone would allow 4 GiB). Metadata is capped as PNG's ancillary chunks are.
+// of 32768 alone would allow 4 GiB). Metadata is skipped as it is read, never kept (EXIF is
+// looked at in the input bytes); libtiff's own allocations are capped at the same budget.
 constexpr std::uint64_t kMaxDecodedBytes = std::uint64_t{1} << 30;
-constexpr std::size_t kMaxMetadataBytes = std::size_t{64} << 20;
 
 enum class ImageFormat { unknown, png, jpeg, gif, webp, tiff, bmp };
 
