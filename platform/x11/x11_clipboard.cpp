@@ -311,20 +311,27 @@ std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode m
   auto const selection = impl.atoms.selection(mode);
   auto const owner = lease->selectionOwner(selection);
   std::vector<std::u16string> out;
+  bool clean = true;
   if (owner != XCB_NONE) {
     auto const offered = impl.ownerTypes(*lease, selection, owner);
-    // Only a file manager's own list says whether its files are cut.
+    // Only a file manager's own list says whether its files are cut. An owner that lists it and
+    // then fails to send it still has its types listed; the connection is not reused.
     bool cut = false;
     if (auto const source = cutStateSource(offered)) {
-      if (auto const bytes = impl.readBytes(*lease, selection, owner, *source)) {
-        auto const files = decodeCopiedFiles(*bytes);
-        cut = files && files->action == PFClipboardAction::cut;
+      try {
+        if (auto const bytes = impl.readBytes(*lease, selection, owner, *source)) {
+          auto const files = decodeCopiedFiles(*bytes);
+          cut = files && files->action == PFClipboardAction::cut;
+        }
+      } catch (std::runtime_error const&) {
+        clean = false;
       }
     }
     for (auto const& mime : listedTypes(offered, cut))
       out.push_back(fl::i18n::to_ustring(mime));
   }
-  lease.keep();
+  if (clean)
+    lease.keep();
   return out;
 }
 

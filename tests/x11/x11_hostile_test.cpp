@@ -88,6 +88,24 @@ INSTANTIATE_TEST_SUITE_P(
         HostileCase{"notify_for_another_time", "other-time", Call::readText, "did not answer"}),
     [](auto const& info) { return std::string(info.param.name); });
 
+TEST_F(X11Test, AFileListThatNeverComesStillLeavesTheTypesListed) {
+  auto const file = dir.file("files", "cut\nfile:///x");
+  auto& peer = peerOwner(PFClipboardMode::clipboard, {"--ignore", "x-special/gnome-copied-files",
+                                                      "x-special/gnome-copied-files:" + file});
+  auto o = options();
+  o.firstReplyTimeout = 300ms;
+  auto backend = pf::clipboard::makeX11Clipboard(o);
+  // Whether the files are cut cannot be learnt, so no cut mark.
+  EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard),
+            (std::vector<std::u16string>{u"text/uri-list", u"x-special/gnome-copied-files"}));
+  EXPECT_THROW(backend->read(u"text/uri-list", PFClipboardMode::clipboard), std::runtime_error);
+  peer.stop();
+  ASSERT_TRUE(raw->waitForOwner("CLIPBOARD", false));
+  xclipOwner(PFClipboardMode::clipboard, "", "next");
+  EXPECT_EQ(backend->read(u"text/plain", PFClipboardMode::clipboard),
+            ClipboardContent(std::u16string(u"next")));
+}
+
 std::unique_ptr<PFClipboardData> text(std::u16string const& value) {
   auto data = std::make_unique<PFClipboardData>();
   data->addData(u"text/plain", value);

@@ -1,7 +1,8 @@
 // A scriptable X11 peer for the backend's tests: an owner that serves any set of targets (and
 // misbehaves on request), or a stand-in clipboard manager. Plain xcb, no library code.
 //
-//   x11_peer serve clipboard|primary [--refuse T] [--delay-ms N] [--die-after-chunks N]
+//   x11_peer serve clipboard|primary [--refuse T] [--ignore T] [--delay-ms N] [--die-after-chunks
+//   N]
 //                  [--stall-after-chunks N] [--chunk N] [--incr-above N] TARGET[@TYPE]:FILE...
 //   x11_peer manager OUTFILE
 //   x11_peer hostile CASE      (owns CLIPBOARD and answers wrongly on purpose; see hostile())
@@ -83,6 +84,7 @@ int serve(int argc, char** argv) {
   xcb_atom_t const selection =
       std::string(argv[2]) == "primary" ? xcb_atom_t{XCB_ATOM_PRIMARY} : atom("CLIPBOARD");
   std::set<xcb_atom_t> refused;
+  std::set<xcb_atom_t> ignored;  // requests never answered
   int delayMs = 0;
   long dieAfter = -1;
   long stallAfter = -1;
@@ -95,6 +97,8 @@ int serve(int argc, char** argv) {
     auto const next = [&] { return std::string(i + 1 < argc ? argv[++i] : ""); };
     if (arg == "--refuse") {
       refused.insert(atom(next()));
+    } else if (arg == "--ignore") {
+      ignored.insert(atom(next()));
     } else if (arg == "--delay-ms") {
       delayMs = std::stoi(next());
     } else if (arg == "--die-after-chunks") {
@@ -142,6 +146,10 @@ int serve(int argc, char** argv) {
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
       xcb_atom_t const property = request.property ? request.property : request.target;
       auto const found = targets.find(request.target);
+      if (ignored.count(request.target)) {
+        std::free(event);
+        continue;
+      }
       if (request.target == targetsAtom && !refused.count(targetsAtom)) {
         std::vector<xcb_atom_t> list = {targetsAtom};
         list.insert(list.end(), order.begin(), order.end());
