@@ -12,13 +12,17 @@ import {
 
 const ARTIFACTS = process.env.WEB_TEST_ARTIFACTS ?? join(import.meta.dirname, 'artifacts');
 
+// A long first-answer limit, so that a read from a stalled owner is surely still waiting while
+// another page is served, however busy the machine.
+const X11_OPTIONS = ['--x11-timeouts', '8000,8000,20000', '--manager-handover', '0'];
+
 let display;
 let host;
 let browser;
 
 before(async () => {
   ({ display } = await startXvfb());
-  host = await startHost(['--backend', 'x11', '--listen', '127.0.0.1:0'], { DISPLAY: display });
+  host = await startHost(['--backend', 'x11', ...X11_OPTIONS, '--listen', '127.0.0.1:0'], { DISPLAY: display });
   browser = await launchBrowser();
 });
 
@@ -240,7 +244,7 @@ describe('the page and the X11 clipboard', () => {
     const dir = mkdtempSync(join(tmpdir(), 'clipboard-token-'));
     writeFileSync(join(dir, 'token'), `${token}\n`);
     try {
-      host = await startHost(['--backend', 'x11', '--listen', `127.0.0.1:${port}`, '--token-file', join(dir, 'token')], { DISPLAY: display });
+      host = await startHost(['--backend', 'x11', ...X11_OPTIONS, '--listen', `127.0.0.1:${port}`, '--token-file', join(dir, 'token')], { DISPLAY: display });
     } finally {
       rmSync(dir, { recursive: true });
     }

@@ -115,7 +115,7 @@ export async function launchBrowser() {
   });
 }
 
-export async function waitFor(predicate, what, timeoutMs = 5000) {
+export async function waitFor(predicate, what, timeoutMs = 10000) {
   const end = Date.now() + timeoutMs;
   for (;;) {
     const value = await predicate();
