@@ -6,14 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "host/backend_choice.hpp"
 #include "host/host_session.hpp"
 #include "host/line_reader.hpp"
 #include "host/vocabulary_file.hpp"
 #include "platform/log.hpp"
-#include "platform/memory/memory_clipboard.hpp"
-#ifdef EDITOR_CLIPBOARD_HOST_X11
-#include "platform/x11/x11_clipboard.hpp"
-#endif
 
 namespace {
 
@@ -26,8 +23,11 @@ line per reply, per change notification and per error. Output is flushed line by
 input shuts the service down (exit status 0).
 
 Options:
-  --backend memory|x11   the clipboard to use (default: memory, an in-process clipboard;
-                         x11 uses the X server named by $DISPLAY)
+  --backend NAME         the clipboard to use: memory (default, an in-process clipboard),
+                         x11 (the X server of $DISPLAY), wayland (the compositor of
+                         $WAYLAND_DISPLAY, through data-control), or auto: Wayland when
+                         $WAYLAND_DISPLAY offers data-control, else X11 when $DISPLAY is
+                         set, else memory; auto says on standard error which and why
   --vocabulary FILE      read the service's keys and mime names from a JSON object whose
                          members name vocabulary fields; others keep their defaults
   --log LEVELS           which levels of the service's log records go to standard error:
@@ -144,21 +144,16 @@ int main(int argc, char** argv) {
   }
 
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend;
-  if (options.backend == "memory") {
-    backend = std::make_shared<pf::clipboard::PFMemoryClipboard>();
-  } else if (options.backend == "x11") {
-#ifdef EDITOR_CLIPBOARD_HOST_X11
-    try {
-      backend = pf::clipboard::makeX11Clipboard();
-    } catch (std::exception const& e) {
-      std::cerr << "clipboard-host: X11 backend: " << e.what() << "\n";
-      return 1;
-    }
-#else
-    return usageError("this build has no X11 backend");
-#endif
-  } else {
-    return usageError("unknown backend " + options.backend + " (memory or x11)");
+  try {
+    auto choice = clipboard_host::chooseBackend(options.backend);
+    if (!choice.reason.empty())
+      std::cerr << "clipboard-host: backend " << choice.name << ": " << choice.reason << "\n";
+    backend = std::move(choice.backend);
+  } catch (std::invalid_argument const& e) {
+    return usageError(e.what());
+  } catch (std::exception const& e) {
+    std::cerr << "clipboard-host: " << options.backend << " backend: " << e.what() << "\n";
+    return 1;
   }
 
   std::FILE* input = stdin;
