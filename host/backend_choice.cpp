@@ -16,10 +16,17 @@ namespace clipboard_host {
 
 namespace {
 
-std::shared_ptr<pf::clipboard::PFClipboardBackend> makeX11() {
+std::shared_ptr<pf::clipboard::PFClipboardBackend> makeX11(X11Settings const& settings) {
 #ifdef EDITOR_CLIPBOARD_HOST_X11
-  return pf::clipboard::makeX11Clipboard();
+  pf::clipboard::PFX11ClipboardOptions x11;
+  x11.display = settings.display;
+  x11.firstReplyTimeout = settings.firstReplyTimeout;
+  x11.chunkTimeout = settings.chunkTimeout;
+  x11.readTimeout = settings.readTimeout;
+  x11.managerHandoverTimeout = settings.managerHandover;
+  return pf::clipboard::makeX11Clipboard(std::move(x11));
 #else
+  (void)settings;
   throw std::invalid_argument("this build has no X11 backend");
 #endif
 }
@@ -32,7 +39,9 @@ std::shared_ptr<pf::clipboard::PFClipboardBackend> makeWayland() {
 #endif
 }
 
-BackendChoice chooseAutomatically(DisplayEnvironment const& env) {
+BackendChoice chooseAutomatically(Options const& options, DisplayEnvironment env) {
+  if (!options.x11.display.empty())
+    env.x11Display = options.x11.display;
   std::string why;
   if (env.waylandDisplay.empty()) {
     why = "WAYLAND_DISPLAY is not set";
@@ -62,10 +71,9 @@ BackendChoice chooseAutomatically(DisplayEnvironment const& env) {
   } else {
 #ifdef EDITOR_CLIPBOARD_HOST_X11
     try {
-      pf::clipboard::PFX11ClipboardOptions options;
-      options.display = env.x11Display;
-      return {pf::clipboard::makeX11Clipboard(options), "x11",
-              why + "; DISPLAY=" + env.x11Display + " is set"};
+      X11Settings settings = options.x11;
+      settings.display = env.x11Display;
+      return {makeX11(settings), "x11", why + "; DISPLAY=" + env.x11Display + " is set"};
     } catch (std::exception const& e) {
       why += std::string("; ") + e.what();
     }
@@ -88,15 +96,16 @@ DisplayEnvironment DisplayEnvironment::fromProcess() {
   return env;
 }
 
-BackendChoice chooseBackend(std::string const& name, DisplayEnvironment const& env) {
+BackendChoice chooseBackend(Options const& options, DisplayEnvironment const& env) {
+  std::string const& name = options.backend;
   if (name == "memory")
     return {std::make_shared<pf::clipboard::PFMemoryClipboard>(), "memory", {}};
   if (name == "x11")
-    return {makeX11(), "x11", {}};
+    return {makeX11(options.x11), "x11", {}};
   if (name == "wayland")
     return {makeWayland(), "wayland", {}};
   if (name == "auto")
-    return chooseAutomatically(env);
+    return chooseAutomatically(options, env);
   throw std::invalid_argument("unknown backend " + name + " (" + backendNames() + ")");
 }
 

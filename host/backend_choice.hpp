@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "host/options.hpp"
 #include "platform/clipboard.hpp"
 
 namespace clipboard_host {
@@ -24,7 +25,8 @@ struct DisplayEnvironment {
 
 // Throws std::invalid_argument for an unknown name or a backend this build lacks, and
 // std::runtime_error when the named backend cannot start. auto never fails: memory is last.
-BackendChoice chooseBackend(std::string const& name,
+// The X11 settings of `options` apply to the X11 backend, chosen by name or by auto.
+BackendChoice chooseBackend(Options const& options,
                             DisplayEnvironment const& env = DisplayEnvironment::fromProcess());
 
 // The names --backend accepts in this build, for the usage text ("memory|x11|wayland|auto").

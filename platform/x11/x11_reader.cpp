@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -150,7 +151,13 @@ Connection::Connection(std::string const& display, std::uint32_t eventMask) {
   }
   if (xcb_connection_has_error(c_)) {
     xcb_disconnect(c_);
-    throw failure("cannot open display \"" + display + "\"");
+    // Name the display that was tried: an empty name means $DISPLAY, which may be unset.
+    char const* fromEnvironment = display.empty() ? std::getenv("DISPLAY") : nullptr;
+    throw failure(!display.empty() ? "cannot open display \"" + display + "\""
+                  : fromEnvironment != nullptr && *fromEnvironment != '\0'
+                      ? "cannot open display \"" + std::string(fromEnvironment) +
+                            "\" (from $DISPLAY)"
+                      : std::string("cannot open a display: DISPLAY is not set"));
   }
   auto it = xcb_setup_roots_iterator(xcb_get_setup(c_));
   for (int i = 0; i < screenNumber && it.rem > 0; ++i)
