@@ -4,8 +4,9 @@ workload, ours, peer, ratio, memcpy of the same bytes, and whether the goal is m
 
 Times are the fastest of the repetitions (noise on a shared machine only ever adds time, to
 ours and to the peers alike). CPU time is used (the machine is shared, so wall time
-includes waiting for a core), except for the X11 rows: most of their work happens in the X
-server and in xclip, so they use real time. "peer/ours" above 1 means we are faster.
+includes waiting for a core), except for the X11 and Wayland rows: most of their work happens in
+the X server and xclip, or in the compositor and wl-copy, so they use real time. "peer/ours"
+above 1 means we are faster.
 Exits with 1 when a row's benchmark is missing from the results.
 """
 import glob
@@ -61,6 +62,10 @@ ROWS = [
      "xclip -o", "BM_Memcpy64MiB", ("faster", 1.0), True),
     ("X11: 1 KB read round trip", "bench_x11", "BM_RoundTrip1KiB_Backend",
      ["BM_RoundTrip1KiB_XclipProcess"], "xclip -o", None, ("under", 0.5e-3), True),
+    ("Wayland: 64 MB read", "bench_wayland", "BM_Read64MiB_Backend",
+     ["BM_Read64MiB_WlPasteProcess"], "wl-paste", "BM_Memcpy64MiB", ("faster", 1.0), True),
+    ("Wayland: 1 KB read round trip", "bench_wayland", "BM_RoundTrip1KiB_Backend",
+     ["BM_RoundTrip1KiB_WlPasteProcess"], "wl-paste", None, ("faster", 1.0), True),
 ]
 
 UNIT = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}

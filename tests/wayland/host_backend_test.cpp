@@ -80,6 +80,10 @@ struct Situation {
   char const* because;
 };
 
+void PrintTo(Situation const& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class HostAuto : public ::testing::TestWithParam<Situation> {};
 
 TEST_P(HostAuto, TakesTheRightBackendAndSaysWhy) {

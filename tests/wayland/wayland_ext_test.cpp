@@ -68,6 +68,10 @@ struct ContentCase {
   std::function<void(ClipboardContent const&)> check;
 };
 
+void PrintTo(ContentCase const& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class ExtContent : public ExtPath, public ::testing::WithParamInterface<ContentCase> {};
 
 TEST_P(ExtContent, TravelsBothWays) {

@@ -86,6 +86,10 @@ struct TextCase {
   std::size_t size;
 };
 
+void PrintTo(TextCase const& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class SwayText : public SwayInterop, public ::testing::WithParamInterface<TextCase> {};
 
 TEST_P(SwayText, GoesBothWaysExactly) {
