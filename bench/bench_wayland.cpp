@@ -87,7 +87,8 @@ class Stage {
  public:
   Stage() {
     devnull_ = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    std::string pattern = (std::filesystem::temp_directory_path() / "bench-wayland-XXXXXX").string();
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "bench-wayland-XXXXXX").string();
     if (!::mkdtemp(pattern.data()))
       throw std::runtime_error("mkdtemp");
     dir_ = pattern;

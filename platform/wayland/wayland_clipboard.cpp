@@ -153,8 +153,8 @@ PFWaylandClipboard::PFWaylandClipboard(PFWaylandClipboardOptions options)
   config.display = impl.options.display;
   config.protocol = impl.options.protocol;
   config.sendTimeout = impl.options.sendTimeout;
-  config.answerTimeout = std::max<Clock::duration>(impl.options.firstDataTimeout,
-                                                   std::chrono::milliseconds(1000));
+  config.answerTimeout =
+      std::max<Clock::duration>(impl.options.firstDataTimeout, std::chrono::milliseconds(1000));
   config.changed = [notifier = impl.notifier](PFClipboardMode mode) { notifier->post(mode); };
   impl.session = std::make_unique<Session>(std::move(config));
 }
@@ -208,31 +208,29 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
   if (!start)
     return {};
   FdGuard guard(start->fd);
-  auto const limits = impl_->limits();
+  auto const received = readPipe(start->fd, impl_->limits());
   ClipboardContent result;
   if (kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
+    // Decoded into room reserved and faulted in once: at most one unit per byte.
     std::u16string text;
+    text.reserve(received.size + 2);
+    prefault(text.data(), text.capacity() * sizeof(char16_t));
     Utf8Decoder decoder;
-    readPipe(start->fd, limits, [&](std::string_view piece) { decoder.feed(piece, text); });
+    for (auto const& piece : received.pieces)
+      decoder.feed(piece, text);
     decoder.finish(text);
     if (!text.empty() && text.back() == u'\0')
       text.pop_back();
     result = std::move(text);
-  } else if (kind == ReadKind::bytes || kind == ReadKind::png || kind == ReadKind::svg) {
-    std::vector<std::byte> bytes;
-    readPipe(start->fd, limits, [&](std::string_view piece) {
-      auto const* p = reinterpret_cast<std::byte const*>(piece.data());
-      bytes.insert(bytes.end(), p, p + piece.size());
-    });
-    if (kind == ReadKind::bytes) {
-      result = std::move(bytes);
-    } else {
-      result = imageOf(kind, std::move(bytes));
-    }
   } else {
-    std::string data;
-    readPipe(start->fd, limits, [&](std::string_view piece) { data.append(piece); });
-    result = contentOf(kind, start->type, data);
+    auto const data = received.joined();
+    if (kind == ReadKind::bytes) {
+      result = bytesOf(data);
+    } else if (kind == ReadKind::png || kind == ReadKind::svg) {
+      result = imageOf(kind, bytesOf(data));
+    } else {
+      result = contentOf(kind, start->type, data);
+    }
   }
   if (!session.stillCurrent(mode, start->generation)) {
     throw std::runtime_error(

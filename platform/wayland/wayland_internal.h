@@ -1,6 +1,7 @@
 // Internals of the Wayland clipboard backend, shared by its source files. Not installed (.h).
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -192,9 +193,21 @@ struct ReadLimits {
   std::size_t maxBytes;
 };
 
-// Reads `fd` to its end within the limits, handing each piece to `sink`; throws
-// std::runtime_error on a timeout or above the size limit. Does not close `fd`.
-void readPipe(int fd, ReadLimits const& limits, std::function<void(std::string_view)> const& sink);
+// Backs a fresh large buffer with huge pages where the kernel allows and faults it in with one
+// call instead of one trap per page; the contents stay as they are. Only an optimization.
+void prefault(void* data, std::size_t size) noexcept;
+
+// What came through a pipe, in pieces of 1 MiB filled in place: nothing is copied or regrown
+// while the data arrives, and the result is built once its size is known.
+struct Received {
+  std::vector<std::string> pieces;
+  std::size_t size = 0;
+  std::string joined() const;
+};
+
+// Reads `fd` to its end within the limits; throws std::runtime_error on a timeout or above the
+// size limit. Does not close `fd`.
+Received readPipe(int fd, ReadLimits const& limits);
 
 // Pipes for bulk transfers: as large as an unprivileged process may make them, for fewer
 // wake-ups on each side. Only an optimization.

@@ -198,7 +198,8 @@ void Session::bind() {
 
   auto* registry = reinterpret_cast<wl_registry*>(registry_);
   seat_ = static_cast<wl_proxy*>(wl_registry_bind(registry, seatName_, &wl_seat_interface, 1));
-  manager_ = static_cast<wl_proxy*>(wl_registry_bind(registry, global, protocol_->manager, version_));
+  manager_ =
+      static_cast<wl_proxy*>(wl_registry_bind(registry, global, protocol_->manager, version_));
   device_ = wl_proxy_marshal_flags(manager_, op::managerGetDevice, protocol_->device, version_, 0,
                                    nullptr, seat_);
   static DeviceListener const deviceListener = {onDataOffer, onSelection, onFinished,

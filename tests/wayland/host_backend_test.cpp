@@ -22,10 +22,10 @@ class Xvfb {
  public:
   Xvfb() {
     auto const out = dir_.path() + "/display";
-    process_ = std::make_unique<Process>(
-        std::vector<std::string>{"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-screen", "0",
-                                 "320x200x24"},
-        std::vector<std::string>{}, Process::Io{"/dev/null", out});
+    process_ =
+        std::make_unique<Process>(std::vector<std::string>{"Xvfb", "-displayfd", "1", "-nolisten",
+                                                           "tcp", "-screen", "0", "320x200x24"},
+                                  std::vector<std::string>{}, Process::Io{"/dev/null", out});
     auto const end = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < end) {
       auto const text = readFile(out);
@@ -109,11 +109,12 @@ TEST_P(HostAuto, TakesTheRightBackendAndSaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(
     Situations, HostAuto,
-    ::testing::Values(
-        Situation{"WaylandWithDataControl", 1, true, "wayland", "offers zwlr_data_control_manager_v1"},
-        Situation{"WaylandWithoutDataControl", 2, true, "x11", "offers no data-control protocol"},
-        Situation{"X11Only", 0, true, "x11", "WAYLAND_DISPLAY is not set; DISPLAY="},
-        Situation{"Nothing", 0, false, "memory", "DISPLAY is not set"}),
+    ::testing::Values(Situation{"WaylandWithDataControl", 1, true, "wayland",
+                                "offers zwlr_data_control_manager_v1"},
+                      Situation{"WaylandWithoutDataControl", 2, true, "x11",
+                                "offers no data-control protocol"},
+                      Situation{"X11Only", 0, true, "x11", "WAYLAND_DISPLAY is not set; DISPLAY="},
+                      Situation{"Nothing", 0, false, "memory", "DISPLAY is not set"}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // The host with pipes kept open, as a front end drives it: each reply awaited.

@@ -32,10 +32,8 @@ struct Protocol {
   int primarySince;
 };
 Protocol const kExt{&ext_data_control_manager_v1_interface, &ext_data_control_device_v1_interface,
-                    &ext_data_control_source_v1_interface, &ext_data_control_offer_v1_interface,
-                    1};
-Protocol const kWlr{&zwlr_data_control_manager_v1_interface,
-                    &zwlr_data_control_device_v1_interface,
+                    &ext_data_control_source_v1_interface, &ext_data_control_offer_v1_interface, 1};
+Protocol const kWlr{&zwlr_data_control_manager_v1_interface, &zwlr_data_control_device_v1_interface,
                     &zwlr_data_control_source_v1_interface, &zwlr_data_control_offer_v1_interface,
                     2};
 
@@ -196,8 +194,8 @@ void deviceGone(wl_resource* resource) {
 }
 
 void deviceClientGone(wl_listener* listener, void*) {
-  auto* device = reinterpret_cast<Device*>(reinterpret_cast<char*>(listener) -
-                                           offsetof(Device, clientGone));
+  auto* device =
+      reinterpret_cast<Device*>(reinterpret_cast<char*>(listener) - offsetof(Device, clientGone));
   wl_list_remove(&listener->link);
   device->listening = false;
   erase(state.devices, device);
@@ -244,8 +242,7 @@ void bindManager(wl_client* client, void* data, std::uint32_t version, std::uint
     wl_client_post_no_memory(client);
     return;
   }
-  wl_resource_set_implementation(resource, &kManagerImpl, const_cast<Protocol*>(protocol),
-                                 nullptr);
+  wl_resource_set_implementation(resource, &kManagerImpl, const_cast<Protocol*>(protocol), nullptr);
 }
 
 // A seat with no capabilities: clients only name it.

@@ -39,20 +39,21 @@ std::shared_ptr<PFClipboardBackend> overSway() {
 
 INSTANTIATE_TEST_SUITE_P(
     Wayland, BackendConformance,
-    ::testing::Values(
-        test_support::BackendFactory{"ExtOnTestCompositor",
-                                     [] {
-                                       return over(std::make_unique<TestCompositor>(
-                                                       std::vector<std::string>{"--ext", "--wlr", "2"}),
-                                                   PFWaylandProtocol::automatic);
-                                     }},
-        test_support::BackendFactory{"WlrOnTestCompositor",
-                                     [] {
-                                       return over(std::make_unique<TestCompositor>(
-                                                       std::vector<std::string>{"--ext", "--wlr", "2"}),
-                                                   PFWaylandProtocol::wlr);
-                                     }},
-        test_support::BackendFactory{"WlrOnSway", overSway}),
+    ::testing::Values(test_support::BackendFactory{"ExtOnTestCompositor",
+                                                   [] {
+                                                     return over(std::make_unique<TestCompositor>(
+                                                                     std::vector<std::string>{
+                                                                         "--ext", "--wlr", "2"}),
+                                                                 PFWaylandProtocol::automatic);
+                                                   }},
+                      test_support::BackendFactory{"WlrOnTestCompositor",
+                                                   [] {
+                                                     return over(std::make_unique<TestCompositor>(
+                                                                     std::vector<std::string>{
+                                                                         "--ext", "--wlr", "2"}),
+                                                                 PFWaylandProtocol::wlr);
+                                                   }},
+                      test_support::BackendFactory{"WlrOnSway", overSway}),
     test_support::BackendFactoryName());
 
 }  // namespace

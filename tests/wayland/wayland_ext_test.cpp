@@ -76,8 +76,8 @@ class ExtContent : public ExtPath, public ::testing::WithParamInterface<ContentC
 
 TEST_P(ExtContent, TravelsBothWays) {
   auto const& c = GetParam();
-  for (auto const& [writer, reader] : {std::make_pair(ours.get(), other.get()),
-                                       std::make_pair(other.get(), ours.get())}) {
+  for (auto const& [writer, reader] :
+       {std::make_pair(ours.get(), other.get()), std::make_pair(other.get(), ours.get())}) {
     auto data = std::make_unique<PFClipboardData>();
     c.fill(*data);
     writer->write(std::move(data), PFClipboardMode::clipboard);
@@ -113,36 +113,36 @@ INSTANTIATE_TEST_SUITE_P(
                     },
                     u"text/html",
                     [](ClipboardContent const& c) { expectText(c, u"<b>caf\u00e9</b>"); }},
-        ContentCase{"Png",
-                    [](PFClipboardData& d) {
-                      d.addData(u"image/png", std::make_unique<pf::graphics::PFImage>(
-                                                  pf::graphics::PFImage::Format::png,
-                                                  bytesOf(samplePng())));
-                    },
-                    u"image/png",
-                    [](ClipboardContent const& c) {
-                      EXPECT_EQ(imageBytes(c), bytesOf(samplePng()));
-                    }},
-        ContentCase{"FileListCut",
-                    [](PFClipboardData& d) {
-                      d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
-                      d.setClipboardAction(PFClipboardAction::cut);
-                    },
-                    u"x-special/gnome-copied-files",
-                    [](ClipboardContent const& c) {
-                      ASSERT_EQ(c.index(), 4u);
-                      EXPECT_EQ(stringOf(std::get<4>(c)), "cut\nfile:///tmp/a%20b\nfile:///c");
-                    }},
-        ContentCase{"FileListAsPaths",
-                    [](PFClipboardData& d) {
-                      d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
-                    },
-                    u"text/uri-list",
-                    [](ClipboardContent const& c) {
-                      ASSERT_EQ(c.index(), 2u);
-                      EXPECT_EQ(std::get<2>(c),
-                                (std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")}));
-                    }}),
+        ContentCase{
+            "Png",
+            [](PFClipboardData& d) {
+              d.addData(u"image/png",
+                        std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png,
+                                                                bytesOf(samplePng())));
+            },
+            u"image/png",
+            [](ClipboardContent const& c) { EXPECT_EQ(imageBytes(c), bytesOf(samplePng())); }},
+        ContentCase{
+            "FileListCut",
+            [](PFClipboardData& d) {
+              d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
+              d.setClipboardAction(PFClipboardAction::cut);
+            },
+            u"x-special/gnome-copied-files",
+            [](ClipboardContent const& c) {
+              ASSERT_EQ(c.index(), 4u);
+              EXPECT_EQ(stringOf(std::get<4>(c)), "cut\nfile:///tmp/a%20b\nfile:///c");
+            }},
+        ContentCase{
+            "FileListAsPaths",
+            [](PFClipboardData& d) {
+              d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
+            },
+            u"text/uri-list",
+            [](ClipboardContent const& c) {
+              ASSERT_EQ(c.index(), 2u);
+              EXPECT_EQ(std::get<2>(c), (std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")}));
+            }}),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(ExtPath, PrimarySelectionIsApartFromTheClipboard) {
@@ -193,8 +193,9 @@ TEST_F(ExtPath, AStalledPasteTargetIsDroppedWhileAnotherIsServed) {
 
   // A paste target that asks and then reads nothing for longer than the send timeout.
   TempDir dir;
-  auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(
-                           options(*compositor).sendTimeout).count() + 2;
+  auto const seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(options(*compositor).sendTimeout).count() +
+      2;
   Process stalled({peerProgram(), "ext", "receive-stall=" + std::to_string(seconds),
                    "text/plain;charset=utf-8"},
                   {compositor->waylandDisplayEnv()}, {"/dev/null", dir.path() + "/count"});

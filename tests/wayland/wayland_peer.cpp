@@ -106,7 +106,8 @@ int main(int argc, char** argv) {
   wl_display* display = wl_display_connect(nullptr);
   if (display == nullptr)
     return 1;
-  wl_registry_listener const registryListener = {onGlobal, [](void*, wl_registry*, std::uint32_t) {}};
+  wl_registry_listener const registryListener = {onGlobal,
+                                                 [](void*, wl_registry*, std::uint32_t) {}};
   auto* registry = wl_display_get_registry(display);
   wl_registry_add_listener(registry, &registryListener, nullptr);
   wl_display_roundtrip(display);

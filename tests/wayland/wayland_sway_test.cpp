@@ -94,8 +94,9 @@ class SwayText : public SwayInterop, public ::testing::WithParamInterface<TextCa
 
 TEST_P(SwayText, GoesBothWaysExactly) {
   std::string const text = GetParam().size == 0
-                               ? std::string("emoji \xf0\x9f\x98\x80, accents \xc3\xa9\xc3\xa8, "
-                                             "CJK \xe4\xb8\xad\xe6\x96\x87")
+                               ? std::string(
+                                     "emoji \xf0\x9f\x98\x80, accents \xc3\xa9\xc3\xa8, "
+                                     "CJK \xe4\xb8\xad\xe6\x96\x87")
                                : sampleText(GetParam().size);
   std::u16string const text16 = utf16(text);
 
@@ -155,11 +156,11 @@ TEST_F(SwayInterop, FileListsWithCut) {
   EXPECT_NE(types.find("x-special/gnome-copied-files\n"), std::string::npos) << types;
   std::string const uris = "file:///tmp/space%20name/one.txt\r\nfile:///home/%C3%BCser/two";
   EXPECT_EQ(paste({"--type", "text/uri-list"}).substr(0, uris.size()), uris);
-  EXPECT_EQ(paste({"--type", "x-special/gnome-copied-files"}), "cut\n" + uris.substr(0, 32) +
-                                                                   "\n" + uris.substr(34));
+  EXPECT_EQ(paste({"--type", "x-special/gnome-copied-files"}),
+            "cut\n" + uris.substr(0, 32) + "\n" + uris.substr(34));
 
-  auto const owner = copy("file:///srv/a%20b.txt\r\n# comment\r\nfile:///srv/c\r\n",
-                          {"--type", "text/uri-list"});
+  auto const owner =
+      copy("file:///srv/a%20b.txt\r\n# comment\r\nfile:///srv/c\r\n", {"--type", "text/uri-list"});
   ASSERT_TRUE(waitForType(u"text/uri-list"));
   auto const read = backend->read(u"text/uri-list", PFClipboardMode::clipboard);
   ASSERT_EQ(read.index(), 2u);
@@ -226,9 +227,15 @@ TEST_F(SwayInterop, AnOwnerKilledMidTransferGivesAnErrorNeverPartialData) {
     auto const end = std::chrono::steady_clock::now() + 10s;
     while (childrenOf(owner->pid()).empty() && std::chrono::steady_clock::now() < end)
       std::this_thread::sleep_for(200us);
-    for (auto const child : childrenOf(owner->pid()))
-      ::kill(child, SIGSTOP);
-    owner->signalGroup(SIGKILL);
+    // The helper stops mid-transfer; then the owner dies, and its helper after it (the way a
+    // single process that writes its own pastes dies: its connection closes, then the pipe).
+    auto const helpers = childrenOf(owner->pid());
+    for (auto const helper : helpers)
+      ::kill(helper, SIGSTOP);
+    ::kill(owner->pid(), SIGKILL);
+    owner->wait(5s);
+    for (auto const helper : helpers)
+      ::kill(helper, SIGKILL);
     reader.join();
     if (threw) {
       ++errors;

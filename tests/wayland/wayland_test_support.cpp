@@ -1,9 +1,12 @@
 #include "wayland_test_support.hpp"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -55,7 +58,8 @@ std::vector<std::string> childEnvironment(std::vector<std::string> const& extra)
 
 // fork + exec, the child in its own process group and killed if we die first.
 pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const& env,
-            std::vector<std::pair<int, int>> const& fds) {
+            std::vector<std::pair<int, int>> const& fds,
+            std::optional<std::pair<uid_t, gid_t>> const& user = std::nullopt) {
   std::string const program = findProgram(argv.at(0));
   if (program.empty())
     throw std::runtime_error("program not found: " + argv.at(0));
@@ -73,6 +77,10 @@ pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const
     throw std::runtime_error("fork failed");
   if (pid == 0) {
     ::setpgid(0, 0);
+    if (user && (::setgroups(0, nullptr) != 0 ||
+                 ::setresgid(user->second, user->second, user->second) != 0 ||
+                 ::setresuid(user->first, user->first, user->first) != 0))
+      _exit(126);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent)
       _exit(127);
@@ -109,6 +117,19 @@ int openOrThrow(std::string const& path, int flags) {
   return fd;
 }
 
+// Whether a server listens on the socket yet: the file appears at bind(), before listen().
+bool listening(std::string const& path) {
+  int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0)
+    return false;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  bool const ok = ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return ok;
+}
+
 // Waits for a socket named wayland-N (not its lock file) in `dir` while `process` runs.
 std::string waitForSocket(std::string const& dir, Process& process,
                           std::chrono::milliseconds timeout) {
@@ -118,7 +139,7 @@ std::string waitForSocket(std::string const& dir, Process& process,
     for (auto const& entry : std::filesystem::directory_iterator(dir, ec)) {
       auto const name = entry.path().filename().string();
       if (name.rfind("wayland-", 0) == 0 && name.find('.') == std::string::npos &&
-          entry.is_socket(ec))
+          entry.is_socket(ec) && listening(entry.path().string()))
         return entry.path().string();
     }
     if (process.wait(0ms))
@@ -159,7 +180,7 @@ Process::Process(std::vector<std::string> const& argv, std::vector<std::string> 
   int const out = openOrThrow(io.outputPath, O_WRONLY | O_CREAT | O_TRUNC);
   int const err = openOrThrow(io.errorPath, O_WRONLY | O_CREAT | O_APPEND);
   try {
-    pid_ = spawn(argv, childEnvironment(env), {{0, in}, {1, out}, {2, err}});
+    pid_ = spawn(argv, childEnvironment(env), {{0, in}, {1, out}, {2, err}}, io.user);
   } catch (...) {
     ::close(in);
     ::close(out);
@@ -210,7 +231,7 @@ Sway::Sway() {
   // Its runtime folder is a subfolder, so that the user it runs as owns it alone.
   auto const dir = runtime_->path() + "/runtime";
   ::mkdir(dir.c_str(), 0700);
-  std::vector<std::string> argv;
+  std::optional<std::pair<uid_t, gid_t>> user;
   if (::geteuid() == 0) {
     passwd const* nobody = ::getpwnam("nobody");
     if (nobody == nullptr)
@@ -219,15 +240,13 @@ Sway::Sway() {
       throw std::runtime_error("cannot give the runtime folder to nobody");
     ::chmod(runtime_->path().c_str(), 0755);
     ::chmod(config.c_str(), 0644);
-    argv = {"setpriv", "--reuid=" + std::to_string(nobody->pw_uid),
-            "--regid=" + std::to_string(nobody->pw_gid), "--clear-groups"};
+    user = std::make_pair(nobody->pw_uid, nobody->pw_gid);
   }
-  argv.insert(argv.end(), {"sway", "-c", config});
   process_ = std::make_unique<Process>(
-      argv,
+      std::vector<std::string>{"sway", "-c", config},
       std::vector<std::string>{"XDG_RUNTIME_DIR=" + dir, "HOME=" + dir, "WLR_BACKENDS=headless",
                                "WLR_LIBINPUT_NO_DEVICES=1", "WLR_RENDERER=pixman"},
-      Process::Io{"/dev/null", "/dev/null", log});
+      Process::Io{"/dev/null", "/dev/null", log, user});
   socket_ = waitForSocket(dir, *process_, 15000ms);
   if (socket_.empty()) {
     process_.reset();
@@ -248,9 +267,9 @@ TestCompositor::TestCompositor(std::vector<std::string> const& args) {
   std::vector<std::string> argv = {TEST_COMPOSITOR_PROGRAM, "wayland-test"};
   argv.insert(argv.end(), args.begin(), args.end());
   auto const log = runtime_->path() + "/compositor.log";
-  process_ = std::make_unique<Process>(argv,
-                                       std::vector<std::string>{"XDG_RUNTIME_DIR=" + runtime_->path()},
-                                       Process::Io{"/dev/null", "/dev/null", log});
+  process_ = std::make_unique<Process>(
+      argv, std::vector<std::string>{"XDG_RUNTIME_DIR=" + runtime_->path()},
+      Process::Io{"/dev/null", "/dev/null", log});
   socket_ = waitForSocket(runtime_->path(), *process_, 10000ms);
   if (socket_.empty())
     throw std::runtime_error("the test compositor did not start: " + readFile(log));

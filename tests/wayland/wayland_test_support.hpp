@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/wayland/wayland_clipboard.hpp"
@@ -40,9 +41,19 @@ std::string readFile(std::string const& path);
 class Process {
  public:
   struct Io {
+    Io() = default;
+    Io(std::string in, std::string out = "/dev/null", std::string err = "/dev/null",
+       std::optional<std::pair<uid_t, gid_t>> as = std::nullopt)
+        : stdinPath(std::move(in)),
+          outputPath(std::move(out)),
+          errorPath(std::move(err)),
+          user(std::move(as)) {}
     std::string stdinPath = "/dev/null";
     std::string outputPath = "/dev/null";  // stdout
     std::string errorPath = "/dev/null";   // stderr
+    // Run as this user and group (we are root): dropped in the child itself, before the
+    // parent-death signal is armed, because a change of credentials clears that signal.
+    std::optional<std::pair<uid_t, gid_t>> user;
   };
   Process(std::vector<std::string> const& argv, std::vector<std::string> const& env, Io const& io);
   ~Process();
