@@ -96,7 +96,7 @@ class Session {
   std::optional<ReadStart> startRead(
       PFClipboardMode mode,
       std::function<std::optional<std::string>(std::vector<std::string> const&)> choose);
-  // After a round trip to the compositor: whether the offer a read came from is still the
+  // After round trips to the compositor: whether the offer a read came from is still the
   // clipboard's. An owner that dies mid-transfer ends the pipe like a finished one; the
   // compositor's withdrawal of its offer tells the two apart.
   bool stillCurrent(PFClipboardMode mode, std::uint64_t generation);

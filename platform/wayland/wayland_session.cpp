@@ -338,8 +338,13 @@ std::optional<ReadStart> Session::startRead(
 bool Session::stillCurrent(PFClipboardMode mode, std::uint64_t generation) {
   int const index = indexOf(mode);
   return call<bool>([this, index, generation](auto const& promise) {
+    // Two round trips: a dying owner's pipe and connection close in the same exit, but not in a
+    // fixed order, so the compositor may learn of the death just after answering the first.
+    // The second is sent once that exit is over, and is answered after the withdrawal.
     afterRoundTrip([this, index, generation, promise] {
-      promise->set_value(generation_[index] == generation);
+      afterRoundTrip([this, index, generation, promise] {
+        promise->set_value(generation_[index] == generation);
+      });
     });
   });
 }

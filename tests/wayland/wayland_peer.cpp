@@ -6,6 +6,7 @@
 //   wayland_peer ext|wlr stall|die-after=N|receive-stall=S TYPE   (WAYLAND_DISPLAY: the compositor)
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <wayland-client.h>
 
@@ -26,6 +27,7 @@ long g_dieAfter = -1;  // -1: stall
 int g_receiveStall = -1;
 char const* g_type = "";
 int g_pipe = -1;
+int g_socket = -1;
 std::vector<int> g_held;
 std::uint32_t g_manager = 0, g_seat = 0;
 
@@ -50,6 +52,9 @@ void onSend(int fd) {
       break;
     done += static_cast<std::size_t>(n);
   }
+  // Dies with its connection closed first, then the pipe: the order in which the backend can
+  // tell a death from a finished transfer (see the README on owners that die).
+  ::shutdown(g_socket, SHUT_RDWR);
   ::raise(SIGKILL);
 }
 
@@ -106,6 +111,7 @@ int main(int argc, char** argv) {
   wl_display* display = wl_display_connect(nullptr);
   if (display == nullptr)
     return 1;
+  g_socket = wl_display_get_fd(display);
   wl_registry_listener const registryListener = {onGlobal,
                                                  [](void*, wl_registry*, std::uint32_t) {}};
   auto* registry = wl_display_get_registry(display);
