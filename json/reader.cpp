@@ -265,36 +265,6 @@ struct ClearOnFailure {
   }
 };
 
-// The n bytes at p as a string. Keys and short values, which fit the string's own buffer, are
-// copied by length with a fixed-size copy each: the library's memcpy would cost a call and a
-// dispatch on the length for a handful of bytes.
-inline std::string make_string(char const* p, std::size_t n) {
-  switch (n) {
-#define FOUNDATION_JSON_SHORT(length) \
-  case length:                       \
-    return std::string(p, length);
-    FOUNDATION_JSON_SHORT(0)
-    FOUNDATION_JSON_SHORT(1)
-    FOUNDATION_JSON_SHORT(2)
-    FOUNDATION_JSON_SHORT(3)
-    FOUNDATION_JSON_SHORT(4)
-    FOUNDATION_JSON_SHORT(5)
-    FOUNDATION_JSON_SHORT(6)
-    FOUNDATION_JSON_SHORT(7)
-    FOUNDATION_JSON_SHORT(8)
-    FOUNDATION_JSON_SHORT(9)
-    FOUNDATION_JSON_SHORT(10)
-    FOUNDATION_JSON_SHORT(11)
-    FOUNDATION_JSON_SHORT(12)
-    FOUNDATION_JSON_SHORT(13)
-    FOUNDATION_JSON_SHORT(14)
-    FOUNDATION_JSON_SHORT(15)
-#undef FOUNDATION_JSON_SHORT
-    default:
-      return std::string(p, n);
-  }
-}
-
 // What parse_object keeps about "qvtype" and "qvdata" for the one object it reads.
 struct TypedArrayState {
   TypeGroup pending = TypeGroup::none;
@@ -341,10 +311,8 @@ struct MemberPlace {
   Value& put(Seed&& seed) {
     // One map operation: the node, key built from the text and value from the seed, is made
     // before the tree is searched.
-    auto const inserted =
-        members.emplace(std::piecewise_construct,
-                        std::forward_as_tuple(make_string(key.data(), key.size())),
-                        std::forward_as_tuple(std::forward<Seed>(seed)));
+    auto const inserted = members.emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                                          std::forward_as_tuple(std::forward<Seed>(seed)));
     return inserted.second ? inserted.first->second : scratch;
   }
   template <class Seed>
@@ -488,7 +456,7 @@ FOUNDATION_JSON_SLOT int Reader::put_string(char const*& pos, Place& place) cons
   char const* const close = find_quote_or_backslash(first, end_);
   if (close != end_ && *close == '"') {
     // Built once, straight from the text, in its place.
-    place.put(make_string(first, static_cast<std::size_t>(close - first)));
+    place.put(std::string(first, close));
     pos = close + 1;
     return rc::ok;
   }
