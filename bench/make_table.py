@@ -25,6 +25,8 @@ ROWS = [
      ["get_small/rapidjson_dom"], "RapidJSON DOM", "get_small/memcpy", ("faster", 1.25), False),
     ("  same, against simdjson DOM", "bench_reader", "get_small/ours",
      ["get_small/simdjson_dom"], "simdjson DOM", "get_small/memcpy", None, False),
+    ("  same, against its map built by hand without reading", "bench_reader", "get_small/ours",
+     ["get_small/map_by_hand"], "the value model's floor", "get_small/memcpy", None, False),
     ("read a set request, one 16 MB string, 1% escapes", "bench_reader",
      "set_16MB_string_1pct_escapes/ours", ["set_16MB_string_1pct_escapes/rapidjson_dom"],
      "RapidJSON DOM", "set_16MB_string_1pct_escapes/memcpy", ("faster", 2.5), False),
