@@ -310,10 +310,14 @@ struct MemberPlace {
   template <class Seed>
   Value& put(Seed&& seed) {
     // One map operation: the node, key built from the text and value from the seed, is made
-    // before the tree is searched.
-    auto const inserted = members.emplace(std::piecewise_construct, std::forward_as_tuple(key),
-                                          std::forward_as_tuple(std::forward<Seed>(seed)));
-    return inserted.second ? inserted.first->second : scratch;
+    // before the tree is searched. Members written in key order, as serializers of maps write
+    // them, are placed after one comparison with the last key; others cost one comparison more
+    // than a search from the root.
+    std::size_t const before = members.size();
+    auto const node =
+        members.emplace_hint(members.end(), std::piecewise_construct, std::forward_as_tuple(key),
+                             std::forward_as_tuple(std::forward<Seed>(seed)));
+    return members.size() != before ? node->second : scratch;
   }
   template <class Seed>
   Value& container(Seed&& seed) {
