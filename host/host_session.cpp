@@ -1,6 +1,9 @@
 #include "host/host_session.hpp"
 
 #include <exception>
+#include <optional>
+
+#include "host/diagnostics_capture.hpp"
 
 #include "platform/i18n.hpp"
 #include "platform/memory/memory_clipboard.hpp"
@@ -20,27 +23,51 @@ void LineWriter::write(std::string const& line) {
   sink_(line);
 }
 
-void LineWriter::writeReply(RequestKind kind, std::string const& uid,
-                            std::string const& replyText) {
+namespace {
+
+std::string prettyLog(LogRecords const* log) {
+  std::string text;
+  if (log != nullptr) {
+    for (auto const& record : *log) {
+      text += "   log: " + record + "\n";
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+void LineWriter::writeReply(RequestKind kind, std::string const& uid, std::string const& replyText,
+                            LogRecords const* log) {
   if (!pretty_) {
-    write(replyLine(kind, uid, replyText));
+    write(replyLine(kind, uid, replyText, log));
     return;
   }
   write(std::string("<- ") + kindName(kind) + " reply" + (uid.empty() ? "" : " for " + uid) +
-        ":\n" + prettyJson(replyText) + "\n");
+        ":\n" + prettyJson(replyText) + "\n" + prettyLog(log));
 }
 
-void LineWriter::writeNotification(std::string const& text) {
+void LineWriter::writeNotification(std::string const& text, LogRecords const* log) {
   if (!pretty_) {
-    write(notificationLine(text));
+    write(notificationLine(text, log));
     return;
   }
-  write("<- clipboard changed:\n" + prettyJson(text) + "\n");
+  write("<- clipboard changed:\n" + prettyJson(text) + "\n" + prettyLog(log));
 }
 
-void LineWriter::writeError(std::size_t lineNumber, std::string const& message) {
-  write(pretty_ ? "<- error on line " + std::to_string(lineNumber) + ": " + message + "\n"
-                : errorLine(lineNumber, message));
+void LineWriter::writeError(std::size_t lineNumber, std::string const& message,
+                            RequestIdentity const* request, LogRecords const* log) {
+  if (!pretty_) {
+    write(errorLine(lineNumber, message, request, log));
+    return;
+  }
+  std::string about;
+  if (request != nullptr) {
+    about = std::string(" (") + kindName(request->kind) +
+            (request->requestId ? " " + *request->requestId : std::string()) + ")";
+  }
+  write("<- error on line " + std::to_string(lineNumber) + about + ": " + message + "\n" +
+        prettyLog(log));
 }
 
 BackendInstallation::BackendInstallation(std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
@@ -52,9 +79,12 @@ BackendInstallation::~BackendInstallation() {
 
 HostSession::HostSession(EditorServices::ClipboardVocabulary const& vocabulary,
                          std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
-                         LineWriter& writer)
+                         LineWriter& writer, bool diagnostics)
     : backend_(std::move(backend)),
       writer_(writer),
+      diagnostics_(diagnostics),
+      requestIdKey_(vocabulary.requestIdKey),
+      uidKey_(vocabulary.uidKey),
       service_(std::make_unique<EditorServices::ClipboardImpl>(vocabulary)) {}
 
 // The service's destructor unregisters its change listener, so no notification reaches the
@@ -71,8 +101,29 @@ void HostSession::handleLine(std::string const& line, std::size_t lineNumber) {
 
   auto const mode = static_cast<pf::clipboard::PFClipboardMode>(request.mode);
   auto const kind = request.kind;
-  auto reply = [this, kind](std::string text, std::string uid) {
-    writer_.writeReply(kind, uid, text);
+  std::optional<RequestCapture> capture;
+  if (diagnostics_) {
+    capture.emplace();
+  }
+  auto takeLog = [&capture]() -> std::optional<LogRecords> {
+    if (!capture) {
+      return std::nullopt;
+    }
+    return capture->take();
+  };
+  bool replied = false;
+  auto reply = [&](std::string text, std::string uid) {
+    replied = true;
+    auto const log = takeLog();
+    writer_.writeReply(kind, uid, text, log ? &*log : nullptr);
+  };
+  // The service sends no reply when a platform call fails beyond what it recovers from: the
+  // error line then names the request, so that a front end waiting for that id hears of it.
+  auto fail = [&](std::string const& message) {
+    RequestIdentity const identity =
+        identifyRequest(kind, request.requestText, requestIdKey_, uidKey_);
+    auto const log = takeLog();
+    writer_.writeError(lineNumber, message, &identity, log ? &*log : nullptr);
   };
   auto const message = connector::message_service::JsonMessage::view(request.requestText.data(),
                                                                      request.requestText.size());
@@ -87,10 +138,21 @@ void HostSession::handleLine(std::string const& line, std::size_t lineNumber) {
       case RequestKind::set:
         service_->handleSetClipboardDataRequest(message, mode, reply);
         break;
-      case RequestKind::subscribe:
+      case RequestKind::subscribe: {
+        bool const diagnostics = diagnostics_;
         service_->handleRequestForClipboardChangeSubscription(
-            message, [this](std::string text) { writer_.writeNotification(text); }, reply);
+            message,
+            [this, diagnostics](std::string text) {
+              if (!diagnostics) {
+                writer_.writeNotification(text);
+                return;
+              }
+              LogRecords const log = takeNotificationRecords();
+              writer_.writeNotification(text, &log);
+            },
+            reply);
         break;
+      }
       case RequestKind::external: {
         auto* memory = dynamic_cast<pf::clipboard::PFMemoryClipboard*>(backend_.get());
         if (memory == nullptr) {
@@ -102,14 +164,18 @@ void HostSession::handleLine(std::string const& line, std::size_t lineNumber) {
           data.addData(fl::i18n::to_ustring(item.mimeType), fl::i18n::to_ustring(item.text));
         }
         memory->copyFromOtherProgram(std::move(data), mode);
-        break;
+        return;
       }
     }
   } catch (std::exception const& e) {
-    // The service sends no reply when a platform call fails beyond what it recovers from.
-    writer_.writeError(lineNumber, std::string("request failed: ") + e.what());
+    fail(std::string("request failed: ") + e.what());
+    return;
   } catch (...) {
-    writer_.writeError(lineNumber, "request failed");
+    fail("request failed");
+    return;
+  }
+  if (!replied) {
+    fail("the service sent no reply");
   }
 }
 

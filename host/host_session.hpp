@@ -23,9 +23,12 @@ class LineWriter {
   LineWriter(std::FILE* out, bool pretty);
   LineWriter(Sink sink, bool pretty) : sink_(std::move(sink)), pretty_(pretty) {}
   void write(std::string const& line);
-  void writeReply(RequestKind kind, std::string const& uid, std::string const& replyText);
-  void writeNotification(std::string const& text);
-  void writeError(std::size_t lineNumber, std::string const& message);
+  // `log`: the --diagnostics records that travel with the line (none: no "log" member).
+  void writeReply(RequestKind kind, std::string const& uid, std::string const& replyText,
+                  LogRecords const* log = nullptr);
+  void writeNotification(std::string const& text, LogRecords const* log = nullptr);
+  void writeError(std::size_t lineNumber, std::string const& message,
+                  RequestIdentity const* request = nullptr, LogRecords const* log = nullptr);
 
  private:
   std::mutex mutex_;
@@ -46,11 +49,13 @@ class BackendInstallation {
 };
 
 // One front end: its own service object (and so its own subscription) over the installed
-// backend, and where its output goes.
+// backend, and where its output goes. With `diagnostics`, the service's records of each request
+// and notification travel with its line (a DiagnosticsCapture must be installed).
 class HostSession {
  public:
   HostSession(EditorServices::ClipboardVocabulary const& vocabulary,
-              std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, LineWriter& writer);
+              std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, LineWriter& writer,
+              bool diagnostics = false);
   ~HostSession();
 
   // Handles one input line; every outcome is written as output lines.
@@ -59,6 +64,9 @@ class HostSession {
  private:
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
   LineWriter& writer_;
+  bool diagnostics_;
+  std::string requestIdKey_;
+  std::string uidKey_;
   std::unique_ptr<EditorServices::ClipboardImpl> service_;
 };
 

@@ -1,9 +1,10 @@
-// Reads input lines of bounded length: a longer line is skipped to its end and reported, so that
-// a hostile line never exhausts memory.
+// Reads input lines of bounded length from a descriptor, as they arrive: each read(2) takes what
+// is there, so a line is handed out as soon as its newline has come, however the writer split
+// it, and the reader never waits for more input while a complete line is buffered. A longer line
+// than the bound is skipped to its end and reported, so that a hostile line never exhausts memory.
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,10 +14,12 @@ class LineReader {
  public:
   enum class Status { line, tooLong, end };
 
-  LineReader(std::FILE* input, std::size_t maxLineBytes);
+  // Reads `fd` (not owned; blocking or not: a descriptor without data is waited for with poll).
+  LineReader(int fd, std::size_t maxLineBytes);
 
   // The next line without its "\n" (a "\r" before it is dropped too). On tooLong, `line` is
-  // empty and the input has been consumed up to the end of the long line.
+  // empty and the input has been consumed up to the end of the long line. A read error ends the
+  // input like end of file.
   Status next(std::string& line);
 
   std::size_t lineNumber() const noexcept { return lineNumber_; }
@@ -24,7 +27,7 @@ class LineReader {
  private:
   bool fill();
 
-  std::FILE* input_;
+  int fd_;
   std::size_t maxLineBytes_;
   std::vector<char> buffer_;
   std::size_t begin_ = 0;

@@ -1,13 +1,25 @@
 // clipboard-host: the clipboard service over JSON Lines on standard input and output.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core.hpp>
+#include <boost/log/expressions.hpp>
+#include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/log/sinks/text_ostream_backend.hpp>
+
+#include "host/diagnostics_capture.hpp"
 #include "host/host_session.hpp"
 #include "host/line_reader.hpp"
+#include "host/options.hpp"
 #include "host/vocabulary_file.hpp"
 #include "platform/log.hpp"
 #include "platform/memory/memory_clipboard.hpp"
@@ -17,139 +29,74 @@
 
 namespace {
 
-constexpr std::size_t kDefaultMaxLine = std::size_t{256} << 20;
-
-char const kUsage[] = R"(usage: clipboard-host [options]
-
-Serves the editor's clipboard service over JSON Lines: one request per input line, one output
-line per reply, per change notification and per error. Output is flushed line by line. End of
-input shuts the service down (exit status 0).
-
-Options:
-  --backend memory|x11   the clipboard to use (default: memory, an in-process clipboard;
-                         x11 uses the X server named by $DISPLAY)
-  --vocabulary FILE      read the service's keys and mime names from a JSON object whose
-                         members name vocabulary fields; others keep their defaults
-  --log LEVELS           which levels of the service's log records go to standard error:
-                         "none" (default), "all", or a comma list of level numbers ("4")
-  --max-line BYTES       longest input line accepted (default 268435456, 256 MiB); a longer
-                         line gets an error line and is skipped
-  --script FILE          read the requests from FILE instead of standard input
-  --pretty               print replies and notifications indented for people to read
-  --help                 this text
-
-Input lines:
-  {"kind":"flavors",   "request":{"requestid":"r1","uid":"u1"}}
-  {"kind":"get",       "mode":0, "request":{"requestid":"r2","uid":"u1","flavors":["text/plain"]}}
-  {"kind":"set",       "mode":0, "request":{"requestid":"r3","uid":"u1","clipboardItems":
-                          [{"mimeType":"text/plain","data":"hello"}]}}
-  {"kind":"subscribe", "request":{"requestid":"r4","uid":"u1"}}
-  {"kind":"external",  "mode":0, "items":[{"mimeType":"text/plain","text":"copied elsewhere"}]}
-    (memory backend only: content put on the clipboard as if another program had copied it)
-  "request" is passed to the service byte for byte; a JSON string there passes its decoded
-  text instead. "mode" 0 is the system clipboard, 1 the primary selection (get and set).
-
-Output lines:
-  {"type":"reply","kind":"get","uid":"u1","reply":{...the service's reply, verbatim...}}
-  {"type":"notification","notification":{...the flavors reply, verbatim...}}
-  {"type":"error","line":7,"error":"what was wrong with input line 7"}
-)";
-
-struct Options {
-  std::string backend = "memory";
-  std::string vocabularyFile;
-  std::string log = "none";
-  std::string script;
-  std::size_t maxLine = kDefaultMaxLine;
-  bool pretty = false;
-};
-
-std::uint32_t parseLevels(std::string const& text) {
-  if (text == "none") {
-    return 0;
-  }
-  if (text == "all") {
-    return foundation::log::kAllLevels;
-  }
-  std::uint32_t word = 0;
-  std::size_t start = 0;
-  while (start <= text.size()) {
-    std::size_t const comma = text.find(',', start);
-    std::string const item =
-        text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-    std::size_t used = 0;
-    unsigned long const level = std::stoul(item, &used);
-    if (used != item.size() || level == 0 || level > 0x80000000ul || (level & (level - 1)) != 0) {
-      throw std::invalid_argument("a level is one flag: 1, 2, 4, 8, ...");
-    }
-    word |= static_cast<std::uint32_t>(level);
-    if (comma == std::string::npos) {
-      break;
-    }
-    start = comma + 1;
-  }
-  return word;
-}
-
 int usageError(std::string const& message) {
   std::cerr << "clipboard-host: " << message << "\n(see clipboard-host --help)\n";
   return 2;
 }
 
+// Standard error gets the records of the --log levels only: --diagnostics may open the service's
+// level to capture it without asking for it on standard error.
+class StderrSink {
+ public:
+  explicit StderrSink(std::uint32_t levels) {
+    namespace sinks = boost::log::sinks;
+    namespace expr = boost::log::expressions;
+    auto backend = boost::make_shared<sinks::text_ostream_backend>();
+    backend->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, [](std::ostream*) {}));
+    backend->auto_flush(true);
+    sink_ = boost::make_shared<Sink>(backend);
+    sink_->set_formatter(expr::stream << "[" << expr::attr<std::string>("Channel") << "] <"
+                                      << expr::attr<foundation::log::severity_level>("Severity")
+                                      << "> " << expr::smessage);
+    sink_->set_filter([levels](boost::log::attribute_value_set const& values) {
+      auto severity = boost::log::extract<foundation::log::severity_level>("Severity", values);
+      return severity && (static_cast<std::uint32_t>(*severity) & levels) != 0;
+    });
+    boost::log::core::get()->add_sink(sink_);
+  }
+  ~StderrSink() { boost::log::core::get()->remove_sink(sink_); }
+  StderrSink(StderrSink const&) = delete;
+  StderrSink& operator=(StderrSink const&) = delete;
+
+ private:
+  using Sink = boost::log::sinks::synchronous_sink<boost::log::sinks::text_ostream_backend>;
+  boost::shared_ptr<Sink> sink_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  for (int i = 1; i < argc; ++i) {
-    std::string const arg = argv[i];
-    auto value = [&](char const* name) -> std::string {
-      if (i + 1 >= argc) {
-        throw std::invalid_argument(std::string(name) + " needs a value");
-      }
-      return argv[++i];
-    };
-    try {
-      if (arg == "--help" || arg == "-h") {
-        std::cout << kUsage;
-        return 0;
-      } else if (arg == "--backend") {
-        options.backend = value("--backend");
-      } else if (arg == "--vocabulary") {
-        options.vocabularyFile = value("--vocabulary");
-      } else if (arg == "--log") {
-        options.log = value("--log");
-      } else if (arg == "--script") {
-        options.script = value("--script");
-      } else if (arg == "--max-line") {
-        options.maxLine = std::stoull(value("--max-line"));
-      } else if (arg == "--pretty") {
-        options.pretty = true;
-      } else {
-        return usageError("unknown option " + arg);
-      }
-    } catch (std::exception const& e) {
-      return usageError(e.what());
-    }
+  clipboard_host::Options options;
+  try {
+    options = clipboard_host::parseOptions(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (std::exception const& e) {
+    return usageError(e.what());
+  }
+  if (options.help) {
+    std::cout << clipboard_host::kUsage;
+    return 0;
   }
 
   EditorServices::ClipboardVocabulary vocabulary = EditorServices::defaultClipboardVocabulary();
-  std::uint32_t levels = 0;
   try {
     if (!options.vocabularyFile.empty()) {
       vocabulary = clipboard_host::loadVocabulary(options.vocabularyFile);
     }
-    levels = parseLevels(options.log);
   } catch (std::exception const& e) {
     return usageError(e.what());
   }
 
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend;
-  if (options.backend == "memory") {
-    backend = std::make_shared<pf::clipboard::PFMemoryClipboard>();
-  } else if (options.backend == "x11") {
+  if (options.backend == "x11") {
 #ifdef EDITOR_CLIPBOARD_HOST_X11
+    pf::clipboard::PFX11ClipboardOptions x11;
+    x11.display = options.x11.display;
+    x11.firstReplyTimeout = options.x11.firstReplyTimeout;
+    x11.chunkTimeout = options.x11.chunkTimeout;
+    x11.readTimeout = options.x11.readTimeout;
+    x11.managerHandoverTimeout = options.x11.managerHandover;
     try {
-      backend = pf::clipboard::makeX11Clipboard();
+      backend = pf::clipboard::makeX11Clipboard(std::move(x11));
     } catch (std::exception const& e) {
       std::cerr << "clipboard-host: X11 backend: " << e.what() << "\n";
       return 1;
@@ -158,29 +105,33 @@ int main(int argc, char** argv) {
     return usageError("this build has no X11 backend");
 #endif
   } else {
-    return usageError("unknown backend " + options.backend + " (memory or x11)");
+    backend = std::make_shared<pf::clipboard::PFMemoryClipboard>();
   }
 
-  std::FILE* input = stdin;
+  int input = STDIN_FILENO;
   if (!options.script.empty()) {
-    input = std::fopen(options.script.c_str(), "rb");
-    if (input == nullptr) {
+    input = ::open(options.script.c_str(), O_RDONLY | O_CLOEXEC);
+    if (input < 0) {
       return usageError("cannot open " + options.script);
     }
   }
 
-  foundation::log::set_enabled_levels(levels);
-  foundation::log::sink_handle sink;
-  if (levels != 0) {
-    sink = foundation::log::add_stream_sink(
-        std::shared_ptr<std::ostream>(&std::cerr, [](std::ostream*) {}));
+  foundation::log::set_enabled_levels(options.logLevels);
+  std::optional<StderrSink> stderrSink;
+  if (options.logLevels != 0) {
+    stderrSink.emplace(options.logLevels);
   }
 
   clipboard_host::LineWriter writer(stdout, options.pretty);
   {
     // Sessions end before the backend is taken down: their destructors unregister listeners.
     clipboard_host::BackendInstallation installation(backend);
-    clipboard_host::HostSession session(vocabulary, backend, writer);
+    // Before any session subscribes, so that it sees every change first.
+    std::optional<clipboard_host::DiagnosticsCapture> capture;
+    if (options.diagnostics) {
+      capture.emplace();
+    }
+    clipboard_host::HostSession session(vocabulary, backend, writer, options.diagnostics);
     clipboard_host::LineReader reader(input, options.maxLine);
     std::string line;
     for (;;) {
@@ -202,8 +153,8 @@ int main(int argc, char** argv) {
       session.handleLine(line, reader.lineNumber());
     }
   }
-  if (input != stdin) {
-    std::fclose(input);
+  if (input != STDIN_FILENO) {
+    ::close(input);
   }
   return 0;
 }

@@ -192,7 +192,46 @@ std::string parseRequestLine(std::string const& line, HostRequest& out) {
   return std::string();
 }
 
-std::string replyLine(RequestKind kind, std::string const& uid, std::string const& replyText) {
+namespace {
+
+void appendLog(std::string& line, LogRecords const* log) {
+  if (log == nullptr) {
+    return;
+  }
+  foundation::json::Array records;
+  records.reserve(log->size());
+  for (auto const& record : *log) {
+    records.emplace_back(record);
+  }
+  line += R"(,"log":)";
+  line += foundation::json::serialize(Value(std::move(records)));
+}
+
+}  // namespace
+
+RequestIdentity identifyRequest(RequestKind kind, std::string_view requestText,
+                                std::string const& requestIdKey, std::string const& uidKey) {
+  RequestIdentity identity;
+  identity.kind = kind;
+  foundation::json::Object request;
+  char const* pos = requestText.data();
+  if (foundation::json::parse_object(pos, pos + requestText.size(), false, request) != 0) {
+    return identity;
+  }
+  auto text = [&](std::string const& key) -> std::optional<std::string> {
+    auto found = request.find(key);
+    if (found == request.end() || !found->second.is<std::string>()) {
+      return std::nullopt;
+    }
+    return found->second.get<std::string>();
+  };
+  identity.requestId = text(requestIdKey);
+  identity.uid = text(uidKey);
+  return identity;
+}
+
+std::string replyLine(RequestKind kind, std::string const& uid, std::string const& replyText,
+                      LogRecords const* log) {
   std::string line;
   line.reserve(replyText.size() + uid.size() + 64);
   line += R"({"type":"reply","kind":")";
@@ -201,17 +240,36 @@ std::string replyLine(RequestKind kind, std::string const& uid, std::string cons
   line += foundation::json::serialize(Value(uid));
   line += R"(,"reply":)";
   line += replyText;
+  appendLog(line, log);
   line += '}';
   return line;
 }
 
-std::string notificationLine(std::string const& notificationText) {
-  return R"({"type":"notification","notification":)" + notificationText + "}";
+std::string notificationLine(std::string const& notificationText, LogRecords const* log) {
+  std::string line = R"({"type":"notification","notification":)" + notificationText;
+  appendLog(line, log);
+  line += '}';
+  return line;
 }
 
-std::string errorLine(std::size_t lineNumber, std::string const& message) {
-  return R"({"type":"error","line":)" + std::to_string(lineNumber) + R"(,"error":)" +
-         foundation::json::serialize(Value(message)) + "}";
+std::string errorLine(std::size_t lineNumber, std::string const& message,
+                      RequestIdentity const* request, LogRecords const* log) {
+  std::string line = R"({"type":"error","line":)" + std::to_string(lineNumber);
+  if (request != nullptr) {
+    line += R"(,"kind":")";
+    line += kindName(request->kind);
+    line += '"';
+    if (request->requestId) {
+      line += R"(,"requestid":)" + foundation::json::serialize(Value(*request->requestId));
+    }
+    if (request->uid) {
+      line += R"(,"uid":)" + foundation::json::serialize(Value(*request->uid));
+    }
+  }
+  line += R"(,"error":)" + foundation::json::serialize(Value(message));
+  appendLog(line, log);
+  line += '}';
+  return line;
 }
 
 std::string prettyJson(std::string_view text, int indent) {

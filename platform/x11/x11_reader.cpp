@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -150,7 +151,13 @@ Connection::Connection(std::string const& display, std::uint32_t eventMask) {
   }
   if (xcb_connection_has_error(c_)) {
     xcb_disconnect(c_);
-    throw failure("cannot open display \"" + display + "\"");
+    // Name the display that was tried: an empty name means $DISPLAY, which may be unset.
+    char const* fromEnvironment = display.empty() ? std::getenv("DISPLAY") : nullptr;
+    throw failure(!display.empty() ? "cannot open display \"" + display + "\""
+                  : fromEnvironment != nullptr && *fromEnvironment != '\0'
+                      ? "cannot open display \"" + std::string(fromEnvironment) +
+                            "\" (from $DISPLAY)"
+                      : std::string("cannot open a display: DISPLAY is not set"));
   }
   auto it = xcb_setup_roots_iterator(xcb_get_setup(c_));
   for (int i = 0; i < screenNumber && it.rem > 0; ++i)
@@ -289,11 +296,14 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
                 if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY)
                   return false;
                 auto const& notify = reinterpret_cast<xcb_selection_notify_event_t const&>(event);
+                // We ask at CurrentTime: an answer stamped otherwise belongs to no request of ours.
                 return notify.requestor == conn_.window() && notify.selection == selection &&
-                       notify.target == target;
+                       notify.target == target && notify.time == XCB_CURRENT_TIME;
               });
-  auto const property =
-      reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  auto property = reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  // Data put anywhere but where we asked is not read: it counts as a refusal.
+  if (property != atoms_.transfer)
+    property = XCB_NONE;
   auto const forgetOwner = [&] {
     std::uint32_t const none = 0;
     xcb_change_window_attributes(get(), owner, XCB_CW_EVENT_MASK, &none);

@@ -195,9 +195,24 @@ TEST(ClipboardHost, VocabularyFileRenamesKeys) {
   EXPECT_EQ(runHost("", "--vocabulary " + path).status, 2);
 }
 
-TEST(ClipboardHost, CommandLineErrorsAndHelp) {
-  EXPECT_EQ(runHost("", "--backend floppy").status, 2);
-  EXPECT_EQ(runHost("", "--log 3").status, 2);
+TEST(ClipboardHost, CommandLineErrorsExitWithStatus2AndSayWhat) {
+  struct Case {
+    char const* arguments;
+    char const* says;
+  };
+  for (Case const& c : {Case{"--backend floppy", "floppy"}, Case{"--log 3", "one flag"},
+                        Case{"--max-line 12k", "--max-line"},
+                        Case{"--backend x11 --x11-timeouts 5,5", "FIRST,CHUNK,TOTAL"},
+                        Case{"--backend x11 --manager-handover soon", "--manager-handover"},
+                        Case{"--display :3", "need --backend x11"}}) {
+    HostRun const run = runHost("", c.arguments);
+    EXPECT_EQ(run.status, 2) << c.arguments;
+    EXPECT_NE(run.err.find(c.says), std::string::npos) << c.arguments << ": " << run.err;
+    EXPECT_TRUE(run.lines.empty());
+  }
+}
+
+TEST(ClipboardHost, HelpNamesEveryOption) {
   HostRun const help = runHost("", "--help");
   EXPECT_EQ(help.status, 0);
   std::string all;
@@ -205,9 +220,24 @@ TEST(ClipboardHost, CommandLineErrorsAndHelp) {
     all += line + "\n";
   }
   for (char const* word :
-       {"--backend", "--vocabulary", "--log", "--max-line", "\"kind\"", "notification", "error"}) {
+       {"--backend", "--vocabulary", "--log", "--diagnostics", "--max-line", "--script", "--pretty",
+        "--display", "--x11-timeouts", "--manager-handover", "\"kind\"", "notification", "error"}) {
     EXPECT_NE(all.find(word), std::string::npos) << word;
   }
+}
+
+// The README shows the Python front end that a test runs: the same code, line for line.
+TEST(ClipboardHost, ReadmeShowsThePythonExampleVerbatim) {
+  std::string const source = std::string(EDITOR_CLIPBOARD_SOURCE_DIR);
+  std::string const example = readFile(source + "/examples/host_client.py");
+  ASSERT_FALSE(example.empty());
+  std::string indented;
+  std::istringstream lines(example);
+  for (std::string line; std::getline(lines, line);) {
+    indented += line.empty() ? "\n" : "    " + line + "\n";
+  }
+  EXPECT_NE(readFile(source + "/README.md").find(indented), std::string::npos)
+      << "README.md must show examples/host_client.py indented by four spaces";
 }
 
 }  // namespace
