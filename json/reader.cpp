@@ -240,7 +240,7 @@ inline void make_room(Array& values) {
 #define FOUNDATION_JSON_NOINLINE
 #endif
 
-// Making the slot for each member and element is on every path; it is inlined except under
+// Building a string member or element is on most paths; it is inlined except under
 // AddressSanitizer, where its temporaries would multiply the frame of every nesting level.
 #if defined(__SANITIZE_ADDRESS__)
 #define FOUNDATION_JSON_SLOT FOUNDATION_JSON_NOINLINE
