@@ -225,7 +225,9 @@ std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& ta
     if (isTextTarget(name)) {
       if (!seen("text/plain"))
         out.emplace_back("text/plain");
-    } else if (!isMetaTarget(name) && name.find('/') != std::string::npos && !seen(name)) {
+    } else if (!isMetaTarget(name) && !seen(name) &&
+               (name.find('/') != std::string::npos ||
+                equalsNoCase(name, "x-kde-passwordManagerHint"))) {
       out.push_back(name);
     }
   }

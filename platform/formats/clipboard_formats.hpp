@@ -37,7 +37,8 @@ bool sameBaseType(std::string_view a, std::string_view b);
 // Targets that describe the conversion rather than carry data (TARGETS, MULTIPLE, INCR, ...).
 bool isMetaTarget(std::string_view name);
 
-// The mime types an owner's TARGETS stand for: meta and other non-mime targets dropped, every
+// The mime types an owner's TARGETS stand for: meta and other non-mime targets dropped (the
+// password managers' x-kde-passwordManagerHint is kept, though it has no slash), every
 // text target shown once as "text/plain" where the first of them stood, duplicates removed.
 std::vector<std::string> mimeTypesFromTargets(std::vector<std::string> const& targets);
 

@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <unordered_set>
 
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/derived_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
 #include "platform/x11/x11_internal.h"
@@ -187,12 +189,68 @@ struct PFX11Clipboard::Impl {
 
   static std::vector<std::u16string> listOwn(Payload const& payload) {
     std::vector<std::string> names;
-    for (auto const& entry : payload.data->entries())
+    bool files = false;
+    for (auto const& entry : payload.data->entries()) {
       names.push_back(utf8Of(entry.first));
+      files = files || entry.second.index() == 2;
+    }
+    bool const cut = files && payload.data->clipboardAction() == PFClipboardAction::cut;
     std::vector<std::u16string> out;
-    for (auto const& mime : mimeTypesFromTargets(names))
+    for (auto const& mime : listedTypes(mimeTypesFromTargets(names), cut))
       out.push_back(fl::i18n::to_ustring(mime));
     return out;
+  }
+
+  // The mime types the owner's TARGETS name. Garbage atoms and None are dropped; a list longer
+  // than any real owner's is cut short instead of costing one atom-name round trip per entry.
+  std::vector<std::string> ownerTypes(ReaderConnection& conn, xcb_atom_t selection,
+                                      xcb_window_t owner) {
+    constexpr std::size_t kMaxTargets = 4096;
+    auto const reply = conn.convert(selection, owner, atoms.targets, limits());
+    if (!reply || reply->format != 32)
+      return {};
+    auto const list = reply->joined();
+    std::vector<xcb_atom_t> targets;
+    std::unordered_set<xcb_atom_t> seen;
+    for (std::size_t i = 0; i + 4 <= list.size() && targets.size() < kMaxTargets; i += 4) {
+      xcb_atom_t atom;
+      std::memcpy(&atom, list.data() + i, 4);
+      if (atom != XCB_NONE && seen.insert(atom).second)
+        targets.push_back(atom);
+    }
+    return mimeTypesFromTargets(atomCache.names(conn.get(), targets));
+  }
+
+  // The bytes of `type` as the owner answers it, when it answers with that very type.
+  std::optional<std::string> readBytes(ReaderConnection& conn, xcb_atom_t selection,
+                                       xcb_window_t owner, std::string const& type) {
+    auto const target = atomCache.intern(conn.get(), {type}).front();
+    auto const reply = conn.convert(selection, owner, target, limits());
+    if (!reply || reply->type != target || reply->format != 8)
+      return std::nullopt;
+    return reply->joined();
+  }
+
+  // A type the owner does not offer, made from one it does (a file manager's list, another
+  // image format).
+  ClipboardContent readDerived(ReaderConnection& conn, xcb_atom_t selection, xcb_window_t owner,
+                               std::string const& mime) {
+    auto const source = derivedSource(mime, ownerTypes(conn, selection, owner));
+    if (!source)
+      return {};
+    auto const bytes = readBytes(conn, selection, owner, *source);
+    if (!bytes)
+      return {};
+    try {
+      return derivedContent(mime, *source, *bytes);
+    } catch (std::invalid_argument const& error) {
+      throw std::runtime_error(std::string("X11 clipboard: ") + error.what());
+    }
+  }
+
+  static bool mayDerive(std::string const& mime) {
+    return sameBaseType(mime, kUriListType) || sameBaseType(mime, kKdeCutSelectionType) ||
+           equalsNoCase(mime, kPngType);
   }
 };
 
@@ -253,18 +311,27 @@ std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode m
   auto const selection = impl.atoms.selection(mode);
   auto const owner = lease->selectionOwner(selection);
   std::vector<std::u16string> out;
+  bool clean = true;
   if (owner != XCB_NONE) {
-    auto const reply = lease->convert(selection, owner, impl.atoms.targets, impl.limits());
-    if (reply && reply->format == 32) {
-      auto const list = reply->joined();
-      std::vector<xcb_atom_t> atoms(list.size() / 4);
-      std::memcpy(atoms.data(), list.data(), atoms.size() * 4);
-      for (auto const& mime : mimeTypesFromTargets(impl.atomCache.names(lease->get(), atoms))) {
-        out.push_back(fl::i18n::to_ustring(mime));
+    auto const offered = impl.ownerTypes(*lease, selection, owner);
+    // Only a file manager's own list says whether its files are cut. An owner that lists it and
+    // then fails to send it still has its types listed; the connection is not reused.
+    bool cut = false;
+    if (auto const source = cutStateSource(offered)) {
+      try {
+        if (auto const bytes = impl.readBytes(*lease, selection, owner, *source)) {
+          auto const files = decodeCopiedFiles(*bytes);
+          cut = files && files->action == PFClipboardAction::cut;
+        }
+      } catch (std::runtime_error const&) {
+        clean = false;
       }
     }
+    for (auto const& mime : listedTypes(offered, cut))
+      out.push_back(fl::i18n::to_ustring(mime));
   }
-  lease.keep();
+  if (clean)
+    lease.keep();
   return out;
 }
 
@@ -339,6 +406,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
         }
       }
     }
+    if (result.index() == 0 && Impl::mayDerive(mime))
+      result = impl.readDerived(*lease, selection, owner, mime);
   }
   lease.keep();
   return result;
@@ -372,6 +441,7 @@ void PFX11Clipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMod
     payload->time = lease->serverTime(impl.options.firstReplyTimeout);
     lease.keep();
   }
+  payload->secret = isMarkedSecret(*data);
   payload->data = std::move(data);
   if (!impl.owner->own(mode, std::move(payload), impl.options.firstReplyTimeout)) {
     throw std::runtime_error("X11 clipboard: another client took the selection first");

@@ -53,7 +53,9 @@ class PFX11Clipboard final : public PFClipboardBackend {
   PFX11Clipboard& operator=(PFX11Clipboard const&) = delete;
 
   // Throw std::invalid_argument for an unknown mode, std::runtime_error when the owner does not
-  // answer in time, goes away mid-transfer, or sends more than maxTransferBytes.
+  // answer in time, goes away mid-transfer, or sends more than maxTransferBytes, and when an
+  // image read as image/png from another format does not decode. Types the owner does not offer
+  // but that can be made from what it offers (derived_formats.hpp) are listed and read too.
   std::vector<std::u16string> availableMimeTypes(PFClipboardMode mode) override;
   ClipboardContent read(std::u16string const& mimeType, PFClipboardMode mode) override;
   // Throws std::invalid_argument for a null payload or an unknown mode, std::runtime_error when

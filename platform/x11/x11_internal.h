@@ -158,6 +158,7 @@ class ReaderPool {
     Lease(Lease const&) = delete;
     Lease& operator=(Lease const&) = delete;
     ReaderConnection* operator->() const noexcept { return conn_.get(); }
+    ReaderConnection& operator*() const noexcept { return *conn_; }
     // Called once the connection is known to be in a clean state again.
     void keep() noexcept { healthy_ = true; }
 
@@ -192,6 +193,8 @@ struct Payload {
   std::unique_ptr<PFClipboardData> data;
   std::vector<ServedTarget> targets;
   xcb_timestamp_t time = 0;
+  // Marked by a password manager: never served to the clipboard manager, never handed over.
+  bool secret = false;
 
   ServedTarget const* find(xcb_atom_t target) const noexcept;
 };
@@ -268,6 +271,7 @@ class Owner {
   void releaseWindow(xcb_window_t requestor);
   void expireTransfers();
   void beginHandover();
+  bool fromClipboardManager(xcb_window_t requestor);
   std::optional<Clock::time_point> nextDeadline() const;
   void wake() const;
   int modeIndex(xcb_atom_t selection) const noexcept;

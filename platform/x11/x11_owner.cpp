@@ -268,7 +268,8 @@ void Owner::onSelectionRequest(xcb_selection_request_event_t const& request) {
   }
   bool served = false;
   if (payload && request.owner == conn_.window() &&
-      (request.time == XCB_CURRENT_TIME || request.time >= payload->time)) {
+      (request.time == XCB_CURRENT_TIME || request.time >= payload->time) &&
+      !(payload->secret && fromClipboardManager(request.requestor))) {
     if (request.target == atoms_.multiple) {
       served =
           request.property != XCB_NONE && convertMultiple(request.requestor, property, *payload);
@@ -340,6 +341,11 @@ bool Owner::convertMultiple(xcb_window_t requestor, xcb_atom_t property, Payload
   if (!reply || reply->format != 32)
     return false;
   auto const count = static_cast<std::size_t>(xcb_get_property_value_length(reply.get())) / 4;
+  // Real requestors ask for a handful of targets at once; a list of thousands is refused whole
+  // rather than answered with thousands of property writes.
+  constexpr std::size_t kMaxPairs = 1024;
+  if (count > 2 * kMaxPairs)
+    return false;
   std::vector<xcb_atom_t> pairs(count);
   std::memcpy(pairs.data(), xcb_get_property_value(reply.get()), count * 4);
   bool refusedAny = false;
@@ -468,7 +474,7 @@ void Owner::beginHandover() {
     std::lock_guard<std::mutex> lock(mutex_);
     clipboard = payloads_[0];
   }
-  if (!clipboard || config_.handoverTimeout <= Clock::duration::zero())
+  if (!clipboard || clipboard->secret || config_.handoverTimeout <= Clock::duration::zero())
     return;
   auto* c = conn_.get();
   auto const ownerOf = [c](xcb_atom_t selection) {
@@ -484,6 +490,19 @@ void Owner::beginHandover() {
                         atoms_.transfer, clipboard->time);
   xcb_flush(c);
   handoverDeadline_ = Clock::now() + config_.handoverTimeout;
+}
+
+// Clipboard managers copy whatever a new owner offers as soon as it takes the selection, and
+// restore it once the owner is gone; refusing their client is what keeps a secret out of them.
+// A client's windows share the bits above the server's resource-id mask.
+bool Owner::fromClipboardManager(xcb_window_t requestor) {
+  auto* c = conn_.get();
+  Owned<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
+      c, xcb_get_selection_owner(c, atoms_.clipboardManager), nullptr));
+  if (!reply || reply->owner == XCB_NONE)
+    return false;
+  std::uint32_t const clientBits = ~xcb_get_setup(c)->resource_id_mask;
+  return (reply->owner & clientBits) == (requestor & clientBits);
 }
 
 }  // namespace pf::clipboard::x11

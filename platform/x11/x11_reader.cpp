@@ -296,11 +296,14 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
                 if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY)
                   return false;
                 auto const& notify = reinterpret_cast<xcb_selection_notify_event_t const&>(event);
+                // We ask at CurrentTime: an answer stamped otherwise belongs to no request of ours.
                 return notify.requestor == conn_.window() && notify.selection == selection &&
-                       notify.target == target;
+                       notify.target == target && notify.time == XCB_CURRENT_TIME;
               });
-  auto const property =
-      reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  auto property = reinterpret_cast<xcb_selection_notify_event_t const&>(*notifyEvent).property;
+  // Data put anywhere but where we asked is not read: it counts as a refusal.
+  if (property != atoms_.transfer)
+    property = XCB_NONE;
   auto const forgetOwner = [&] {
     std::uint32_t const none = 0;
     xcb_change_window_attributes(get(), owner, XCB_CW_EVENT_MASK, &none);

@@ -1,9 +1,11 @@
 // A scriptable X11 peer for the backend's tests: an owner that serves any set of targets (and
 // misbehaves on request), or a stand-in clipboard manager. Plain xcb, no library code.
 //
-//   x11_peer serve clipboard|primary [--refuse T] [--delay-ms N] [--die-after-chunks N]
+//   x11_peer serve clipboard|primary [--refuse T] [--ignore T] [--delay-ms N] [--die-after-chunks
+//   N]
 //                  [--stall-after-chunks N] [--chunk N] [--incr-above N] TARGET[@TYPE]:FILE...
 //   x11_peer manager OUTFILE
+//   x11_peer hostile CASE      (owns CLIPBOARD and answers wrongly on purpose; see hostile())
 #include <xcb/xcb.h>
 
 #include <unistd.h>
@@ -82,6 +84,7 @@ int serve(int argc, char** argv) {
   xcb_atom_t const selection =
       std::string(argv[2]) == "primary" ? xcb_atom_t{XCB_ATOM_PRIMARY} : atom("CLIPBOARD");
   std::set<xcb_atom_t> refused;
+  std::set<xcb_atom_t> ignored;  // requests never answered
   int delayMs = 0;
   long dieAfter = -1;
   long stallAfter = -1;
@@ -94,6 +97,8 @@ int serve(int argc, char** argv) {
     auto const next = [&] { return std::string(i + 1 < argc ? argv[++i] : ""); };
     if (arg == "--refuse") {
       refused.insert(atom(next()));
+    } else if (arg == "--ignore") {
+      ignored.insert(atom(next()));
     } else if (arg == "--delay-ms") {
       delayMs = std::stoi(next());
     } else if (arg == "--die-after-chunks") {
@@ -141,6 +146,10 @@ int serve(int argc, char** argv) {
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
       xcb_atom_t const property = request.property ? request.property : request.target;
       auto const found = targets.find(request.target);
+      if (ignored.count(request.target)) {
+        std::free(event);
+        continue;
+      }
       if (request.target == targetsAtom && !refused.count(targetsAtom)) {
         std::vector<xcb_atom_t> list = {targetsAtom};
         list.insert(list.end(), order.begin(), order.end());
@@ -235,6 +244,112 @@ int manager(char** argv) {
   }
 }
 
+// An owner of CLIPBOARD that answers every request wrongly, the way CASE says. TARGETS is
+// answered honestly (UTF8_STRING, image/png) unless the case is about TARGETS.
+int hostile(std::string const& which) {
+  xcb_atom_t const clipboard = atom("CLIPBOARD");
+  xcb_atom_t const targetsAtom = atom("TARGETS");
+  xcb_atom_t const utf8 = atom("UTF8_STRING");
+  xcb_atom_t const incr = atom("INCR");
+  xcb_atom_t const other = atom("_PEER_OTHER");
+  xcb_atom_t const html = atom("text/html");
+  xcb_set_selection_owner(c, window, clipboard, serverTime());
+  xcb_flush(c);
+  std::string const chunk(65536, 'h');
+  for (;;) {
+    auto* event = xcb_wait_for_event(c);
+    if (!event)
+      return 2;
+    auto const type = event->response_type & 0x7f;
+    if (type == XCB_SELECTION_CLEAR)
+      return 0;
+    if (type == XCB_PROPERTY_NOTIFY) {
+      auto const notify = *reinterpret_cast<xcb_property_notify_event_t*>(event);
+      std::free(event);
+      if (notify.state != XCB_PROPERTY_DELETE || notify.window == window)
+        continue;
+      if (which == "incr-endless") {
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, notify.window, notify.atom, utf8, 8,
+                            static_cast<std::uint32_t>(chunk.size()), chunk.data());
+        xcb_flush(c);
+      } else if (which == "incr-destroy") {
+        xcb_destroy_window(c, window);  // the owner's window goes; the client stays
+        xcb_flush(c);
+      }
+      continue;  // incr-silent: never another chunk
+    }
+    if (type != XCB_SELECTION_REQUEST) {
+      std::free(event);
+      continue;
+    }
+    auto const request = *reinterpret_cast<xcb_selection_request_event_t*>(event);
+    std::free(event);
+    xcb_atom_t const property = request.property ? request.property : request.target;
+    if (request.target == targetsAtom) {
+      std::vector<xcb_atom_t> list = {targetsAtom, utf8, atom("image/png")};
+      if (which == "targets-garbage") {
+        // None, atoms that do not exist, and the same few over and over: 100,000 entries.
+        list.clear();
+        for (std::uint32_t i = 0; i < 100000; ++i) {
+          switch (i % 4) {
+            case 0:
+              list.push_back(XCB_NONE);
+              break;
+            case 1:
+              list.push_back(0x1F000000u + i);
+              break;
+            case 2:
+              list.push_back(i % 1000 == 6 ? html : utf8);
+              break;
+            default:
+              list.push_back(targetsAtom);
+              break;
+          }
+        }
+      }
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, XCB_ATOM_ATOM, 32,
+                          static_cast<std::uint32_t>(list.size()), list.data());
+      notify(request, property);
+      continue;
+    }
+    char const text[] = "hostile!";
+    if (which == "format16" || which == "format32") {
+      std::uint8_t const format = which == "format16" ? 16 : 32;
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, request.target,
+                          format, 2, text);
+      notify(request, property);
+    } else if (which == "wrong-type") {
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, atom("image/gif"),
+                          8, 8, text);
+      notify(request, property);
+    } else if (which == "deleted") {
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, request.target, 8,
+                          8, text);
+      xcb_delete_property(c, request.requestor, property);
+      notify(request, property);
+    } else if (which == "other-property") {
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, other, request.target, 8, 8,
+                          text);
+      notify(request, other);
+    } else if (which == "other-time") {
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, request.target, 8,
+                          8, text);
+      auto stale = request;
+      stale.time = request.time + 12345;
+      notify(stale, property);
+    } else if (which == "incr-silent" || which == "incr-endless" || which == "incr-destroy") {
+      std::uint32_t const mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+      xcb_change_window_attributes(c, request.requestor, XCB_CW_EVENT_MASK, &mask);
+      std::uint32_t const size = 1u << 30;  // 1 GiB announced
+      xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, incr, 32, 1,
+                          &size);
+      notify(request, property);
+    } else {
+      notify(request, XCB_NONE);
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -256,5 +371,7 @@ int main(int argc, char** argv) {
     return serve(argc, argv);
   if (mode == "manager")
     return manager(argv);
+  if (mode == "hostile")
+    return hostile(argv[2]);
   return 64;
 }

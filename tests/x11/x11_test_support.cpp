@@ -242,6 +242,17 @@ std::optional<int> Process::wait(std::chrono::milliseconds timeout) {
   return status_;
 }
 
+void Process::stopGroup() {
+  ::kill(-pid_, SIGCONT);
+  ::kill(-pid_, SIGTERM);
+  stop();
+  // Members the leader did not wait for (daemons a session started) get a moment, then SIGKILL.
+  auto const end = std::chrono::steady_clock::now() + 1000ms;
+  while (::kill(-pid_, 0) == 0 && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(10ms);
+  ::kill(-pid_, SIGKILL);
+}
+
 void Process::stop() {
   if (status_)
     return;

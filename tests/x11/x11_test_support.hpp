@@ -76,6 +76,8 @@ class Process {
   // The exit status once the process has ended, within `timeout`.
   std::optional<int> wait(std::chrono::milliseconds timeout);
   void stop();
+  // Stops the whole process group (what the process started, such as a D-Bus session, too).
+  void stopGroup();
 
  private:
   pid_t pid_ = -1;
