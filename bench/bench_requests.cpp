@@ -91,6 +91,30 @@ void BM_FlavorsRequest(benchmark::State& state) {
 }
 BENCHMARK(BM_FlavorsRequest);
 
+// The small get request that bench_reader reads (about 80 bytes), whole, through the message
+// form: a short text and a small PNG image on the clipboard, both asked for.
+void BM_GetSmallRequest(benchmark::State& state) {
+  Fixture f;
+  auto data = std::make_unique<pf::clipboard::PFClipboardData>();
+  data->addData(u"text/plain", std::u16string(u"hello, clipboard"));
+  std::vector<std::uint8_t> rgba(16u * 16u * 4u, 0x80);
+  auto const png = pf::graphics::PFImage::fromRgba(16, 16, std::move(rgba))->encodedBytes();
+  data->addData(u"image/png",
+                std::unique_ptr<pf::graphics::PFGraphics>(std::make_unique<pf::graphics::PFImage>(
+                    pf::graphics::PFImage::Format::png, png)));
+  pf::clipboard::setClipboardData(std::move(data), PFClipboardMode::clipboard);
+  JsonMessage const message(
+      std::string(R"({"requestid":"r-42","uid":"u1","flavors":["text/plain","image/png"]})"));
+  std::size_t replyBytes = 0;
+  for (auto _ : state) {
+    f.service.handleGetClipboardDataRequest(
+        message, PFClipboardMode::clipboard,
+        [&](std::string reply, std::string) { replyBytes = reply.size(); });
+  }
+  state.counters["reply_bytes"] = static_cast<double>(replyBytes);
+}
+BENCHMARK(BM_GetSmallRequest);
+
 void getText(benchmark::State& state, std::string const& text) {
   Fixture f;
   putOnClipboard(u"text/plain", fl::i18n::to_ustring(text));

@@ -16,6 +16,7 @@
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/sinks/text_ostream_backend.hpp>
 
+#include "host/backend_choice.hpp"
 #include "host/diagnostics_capture.hpp"
 #include "host/host_session.hpp"
 #include "host/line_reader.hpp"
@@ -23,10 +24,6 @@
 #include "host/vocabulary_file.hpp"
 #include "host/websocket_server.hpp"
 #include "platform/log.hpp"
-#include "platform/memory/memory_clipboard.hpp"
-#ifdef EDITOR_CLIPBOARD_HOST_X11
-#include "platform/x11/x11_clipboard.hpp"
-#endif
 
 namespace {
 
@@ -88,25 +85,16 @@ int main(int argc, char** argv) {
   }
 
   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend;
-  if (options.backend == "x11") {
-#ifdef EDITOR_CLIPBOARD_HOST_X11
-    pf::clipboard::PFX11ClipboardOptions x11;
-    x11.display = options.x11.display;
-    x11.firstReplyTimeout = options.x11.firstReplyTimeout;
-    x11.chunkTimeout = options.x11.chunkTimeout;
-    x11.readTimeout = options.x11.readTimeout;
-    x11.managerHandoverTimeout = options.x11.managerHandover;
-    try {
-      backend = pf::clipboard::makeX11Clipboard(std::move(x11));
-    } catch (std::exception const& e) {
-      std::cerr << "clipboard-host: X11 backend: " << e.what() << "\n";
-      return 1;
-    }
-#else
-    return usageError("this build has no X11 backend");
-#endif
-  } else {
-    backend = std::make_shared<pf::clipboard::PFMemoryClipboard>();
+  try {
+    auto choice = clipboard_host::chooseBackend(options);
+    if (!choice.reason.empty())
+      std::cerr << "clipboard-host: backend " << choice.name << ": " << choice.reason << "\n";
+    backend = std::move(choice.backend);
+  } catch (std::invalid_argument const& e) {
+    return usageError(e.what());
+  } catch (std::exception const& e) {
+    std::cerr << "clipboard-host: " << options.backend << " backend: " << e.what() << "\n";
+    return 1;
   }
 
   int input = STDIN_FILENO;

@@ -15,8 +15,12 @@ line per reply, per change notification and per error. Each line is answered as 
 arrived, and output is flushed line by line. End of input shuts the service down (exit status 0).
 
 Options:
-  --backend memory|x11   the clipboard to use (default: memory, an in-process clipboard;
-                         x11 uses the X server named by --display or $DISPLAY)
+  --backend NAME         the clipboard to use: memory (default, an in-process clipboard),
+                         x11 (the X server named by --display or $DISPLAY), wayland (the
+                         compositor of $WAYLAND_DISPLAY, through data-control), or auto:
+                         Wayland when $WAYLAND_DISPLAY offers data-control, else X11 when
+                         there is a display, else memory; auto says on standard error
+                         which it took and why
   --vocabulary FILE      read the service's keys and mime names from a JSON object whose
                          members name vocabulary fields; others keep their defaults
   --log LEVELS           which levels of log records go to standard error: "none" (default),
@@ -171,8 +175,9 @@ Options parseOptions(std::vector<std::string> const& arguments) {
       options.help = true;
     } else if (arg == "--backend") {
       options.backend = value();
-      if (options.backend != "memory" && options.backend != "x11") {
-        throw UsageError("unknown backend " + options.backend + " (memory or x11)");
+      if (options.backend != "memory" && options.backend != "x11" &&
+          options.backend != "wayland" && options.backend != "auto") {
+        throw UsageError("unknown backend " + options.backend + " (memory, x11, wayland or auto)");
       }
     } else if (arg == "--vocabulary") {
       options.vocabularyFile = value();
@@ -231,8 +236,8 @@ Options parseOptions(std::vector<std::string> const& arguments) {
                          options.x11.firstReplyTimeout != X11Settings().firstReplyTimeout ||
                          options.x11.chunkTimeout != X11Settings().chunkTimeout ||
                          options.x11.readTimeout != X11Settings().readTimeout;
-  if (x11Option && options.backend != "x11") {
-    throw UsageError("--display, --x11-timeouts and --manager-handover need --backend x11");
+  if (x11Option && options.backend != "x11" && options.backend != "auto") {
+    throw UsageError("--display, --x11-timeouts and --manager-handover need --backend x11 or auto");
   }
   bool const webOption = !options.web.tokenFile.empty() || !options.web.allowOrigins.empty() ||
                          options.web.maxConnections != WebSettings().maxConnections ||

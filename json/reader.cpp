@@ -215,7 +215,7 @@ void advise_huge_pages(Array& values) {
 // noexcept); strings and scalars move for free, so grow by hand.
 void grow(Array& values) {
   Array bigger;
-  bigger.reserve(values.empty() ? 4 : 2 * values.size());
+  bigger.reserve(2 * values.size());
   for (Value& v : values) {
     bigger.emplace_back(std::move(v));
   }
@@ -224,7 +224,11 @@ void grow(Array& values) {
 
 inline void make_room(Array& values) {
   if (values.size() == values.capacity()) {
-    grow(values);
+    if (values.capacity() == 0) {
+      values.reserve(4);  // most arrays in requests are short: one allocation
+    } else {
+      grow(values);
+    }
   }
 }
 
@@ -236,7 +240,7 @@ inline void make_room(Array& values) {
 #define FOUNDATION_JSON_NOINLINE
 #endif
 
-// Making the slot for each member and element is on every path; it is inlined except under
+// Building a string member or element is on most paths; it is inlined except under
 // AddressSanitizer, where its temporaries would multiply the frame of every nesting level.
 #if defined(__SANITIZE_ADDRESS__)
 #define FOUNDATION_JSON_SLOT FOUNDATION_JSON_NOINLINE
@@ -249,42 +253,17 @@ inline void make_room(Array& values) {
 #define FOUNDATION_JSON_SLOT inline
 #endif
 
-// A Value for a value whose text starts with first. An array or object Value cannot be moved
-// without allocating a new box, so the slot gets that kind up front and the value is read into
-// it in place; a string slot saves a move as well.
-template <class Emplace>
-decltype(auto) emplace_for(char first, Emplace&& emplace) {
-  switch (first) {
-    case '{':
-      return emplace(Object{});
-    case '[':
-      return emplace(Array{});
-    case '"':
-      return emplace(std::string{});
-    default:
-      return emplace(Undefined{});
+// Empties a container that was being filled in place, unless the reading succeeded (target
+// reset to null) or did not fill in place (null from the start).
+template <class Container>
+struct ClearOnFailure {
+  Container* target;
+  ~ClearOnFailure() {
+    if (target != nullptr) {
+      target->clear();
+    }
   }
-}
-
-// The node of key in members, created for a value starting with first; scratch when the key is
-// already there (the first member of a key stays, later ones are read and dropped).
-FOUNDATION_JSON_SLOT Value& member_slot(Object& members, std::string_view key, char first,
-                                        Value& scratch) {
-  // emplace builds the node before it looks, which costs a node for a repeated key but fewer
-  // key comparisons for a new one. The key is built in the node straight from the text.
-  auto const inserted = emplace_for(first, [&](auto&& seed) {
-    return members.emplace(std::piecewise_construct, std::forward_as_tuple(key),
-                           std::forward_as_tuple(std::forward<decltype(seed)>(seed)));
-  });
-  return inserted.second ? inserted.first->second : scratch;
-}
-
-FOUNDATION_JSON_SLOT Value& element_slot(Array& elements, char first) {
-  make_room(elements);
-  return emplace_for(first, [&](auto&& seed) -> Value& {
-    return elements.emplace_back(std::forward<decltype(seed)>(seed));
-  });
-}
+};
 
 // What parse_object keeps about "qvtype" and "qvdata" for the one object it reads.
 struct TypedArrayState {
@@ -293,13 +272,102 @@ struct TypedArrayState {
   char const* data_start = nullptr;
 };
 
-int read_string(char const*& pos, char const* end, std::string& decoded, std::string_view& text);
+int read_escaped_string(char const*& pos, char const* first, char const* run_end, char const* end,
+                        std::string& decoded, std::string_view& text);
+
+// Reads a quoted string. Without escapes its bytes stay in the text and text views them; with
+// escapes they are decoded into decoded and text views that. Nothing is written on failure.
+// The common case, a short string without escapes, is inline; the rest is not.
+inline int read_string(char const*& pos, char const* end, std::string& decoded,
+                       std::string_view& text) {
+  if (pos == end) {
+    return rc::unexpected_end;
+  }
+  if (*pos != '"') {
+    return rc::expected_string;
+  }
+  char const* const first = pos + 1;
+  char const* const run_end = find_quote_or_backslash(first, end);
+  if (run_end != end && *run_end == '"') {
+    text = std::string_view(first, static_cast<std::size_t>(run_end - first));
+    pos = run_end + 1;
+    return rc::ok;
+  }
+  return read_escaped_string(pos, first, run_end, end, decoded, text);
+}
+
+// Where a value goes once read. Strings and scalars are read first and then built once, in
+// their place; an array or object cannot be moved without a new box, so its place is made
+// first, empty, and it is read into it.
+//
+// A member of an object: its map node. When the key is already there the node made for it is
+// dropped (the first member of a key stays), and a container is read into scratch instead.
+struct MemberPlace {
+  Object& members;
+  // By reference: a copy of the view is one 16-byte load of the two 8-byte stores that the
+  // key's reading has just made, which the store buffer cannot forward; each member waited.
+  std::string_view const& key;
+  Value& scratch;
+
+  template <class Seed>
+  Value& put(Seed&& seed) {
+    // One map operation: the node, key built from the text and value from the seed, is made
+    // before the tree is searched. Members written in key order, as serializers of maps write
+    // them, are placed after one comparison with the last key; others cost one comparison more
+    // than a search from the root.
+    std::size_t const before = members.size();
+    auto const node =
+        members.emplace_hint(members.end(), std::piecewise_construct, std::forward_as_tuple(key),
+                             std::forward_as_tuple(std::forward<Seed>(seed)));
+    return members.size() != before ? node->second : scratch;
+  }
+  template <class Seed>
+  Value& container(Seed&& seed) {
+    return put(std::forward<Seed>(seed));
+  }
+};
+
+// An element of an array: a new Value at the back.
+struct ElementPlace {
+  Array& elements;
+
+  template <class Seed>
+  Value& put(Seed&& seed) {
+    make_room(elements);
+    return elements.emplace_back(std::forward<Seed>(seed));
+  }
+  template <class Seed>
+  Value& container(Seed&& seed) {
+    return put(std::forward<Seed>(seed));
+  }
+};
+
+// A Value given by the caller, written only on success: a container is read into it in place
+// when it already holds that kind, else aside and moved in.
+struct OutPlace {
+  Value& out;
+
+  template <class Seed>
+  Value& put(Seed&& seed) {
+    out = Value(std::forward<Seed>(seed));
+    return out;
+  }
+  template <class Seed>
+  Value& container(Seed&&) {
+    return out;
+  }
+};
 
 class Reader {
  public:
   Reader(char const* end, bool comments) : end_(end), comments_(comments) {}
 
   void skip(char const*& pos) const {
+    // Requests are mostly written without white space: one test sees a byte above the space
+    // and no comment to skip.
+    if (pos != end_ && static_cast<unsigned char>(*pos) > ' ' && (*pos != '/' || !comments_)) {
+      return;
+    }
     if (!comments_) {
       while (pos != end_ && is_space(*pos)) {
         ++pos;
@@ -321,16 +389,24 @@ class Reader {
   int typed_array(char const*& pos, Array& out) const;
 
  private:
-  int string_alternative(char const*& pos, Value& out) const;
-  int number_alternative(char const*& pos, Value& out) const;
-  int object_alternative(char const*& pos, Value& out, int depth) const;
-  int array_alternative(char const*& pos, Value& out, int depth) const;
-  int fresh_string(char const*& pos, Value& out) const;
-  int read_number(char const*& pos, Value& out) const;
+  template <class Place>
+  int read_value(char const*& pos, Place& place, int depth) const;
+  template <class Place>
+  int put_string(char const*& pos, Place& place) const;
+  template <class Place>
+  int put_escaped_string(char const*& pos, Place& place) const;
+  template <class Place>
+  int put_number(char const*& pos, Place& place) const;
+  template <class Place, class Scalar>
+  int put_literal(char const*& pos, std::string_view literal, Scalar scalar, Place& place) const;
+  template <class Place>
+  int put_object(char const*& pos, Place& place, int depth) const;
+  template <class Place>
+  int put_array(char const*& pos, Place& place, int depth) const;
   int fresh_object(char const*& pos, Value& out, int depth) const;
   int fresh_array(char const*& pos, Value& out, int depth) const;
-  int boolean_alternative(char const*& pos, Value& out) const;
-  int null_alternative(char const*& pos, Value& out) const;
+  int special_member(char const*& pos, std::string_view key, TypedArrayState& state,
+                     Object& members, Value& scratch, int depth) const;
   int data_member(char const*& pos, TypedArrayState& state, Value& out, int depth) const;
   void type_member(Value const& type_value, TypedArrayState& state, Object& members,
                    int& code) const;
@@ -339,52 +415,127 @@ class Reader {
   bool const comments_;
 };
 
-// The first step of each reader is repeated inline below: most values fail most alternatives
-// at their first byte, and that should not cost a call.
-inline int Reader::string_alternative(char const*& pos, Value& out) const {
-  if (pos == end_ || *pos != '"') {
-    return pos == end_ ? rc::unexpected_end : rc::expected_string;
+// A value is tried as string, number, object, array, boolean and null, and when all fail the
+// one that got furthest reports. The first byte decides: it starts at most one alternative,
+// every other one fails at that byte without moving, and a literal never moves when it fails.
+// So the alternative the byte starts is the only one read; when it is a literal that does not
+// match, or the byte starts none, all stand still and the string alternative, first in the
+// order, reports expected_string.
+template <class Place>
+inline int Reader::read_value(char const*& pos, Place& place, int depth) const {
+  if (pos == end_) {
+    return rc::unexpected_end;
   }
-  if (out.is<std::string>()) {
-    return parse_string(pos, end_, out.get<std::string>());
+  switch (*pos) {
+    case '"':
+      return put_string(pos, place);
+    case '{':
+      return put_object(pos, place, depth);
+    case '[':
+      return put_array(pos, place, depth);
+    case 't':
+      return put_literal(pos, "true", true, place);
+    case 'f':
+      return put_literal(pos, "false", false, place);
+    case 'n':
+      return put_literal(pos, "null", Null{}, place);
+    case '-':
+    case '0':
+    case '1':
+    case '2':
+    case '3':
+    case '4':
+    case '5':
+    case '6':
+    case '7':
+    case '8':
+    case '9':
+      return put_number(pos, place);
+    default:
+      return rc::expected_string;
   }
-  return fresh_string(pos, out);
 }
 
-FOUNDATION_JSON_NOINLINE int Reader::fresh_string(char const*& pos, Value& out) const {
-  std::string text;
-  int const code = parse_string(pos, end_, text);
+template <class Place>
+FOUNDATION_JSON_SLOT int Reader::put_string(char const*& pos, Place& place) const {
+  char const* const first = pos + 1;
+  char const* const close = find_quote_or_backslash(first, end_);
+  if (close != end_ && *close == '"') {
+    // Built once, straight from the text, in its place.
+    place.put(std::string(first, close));
+    pos = close + 1;
+    return rc::ok;
+  }
+  return put_escaped_string(pos, place);
+}
+
+template <class Place>
+FOUNDATION_JSON_NOINLINE int Reader::put_escaped_string(char const*& pos, Place& place) const {
+  std::string decoded;
+  std::string_view text;
+  int const code = read_string(pos, end_, decoded, text);
   if (code == rc::ok) {
-    out = Value(std::move(text));
+    if (text.data() != decoded.data()) {
+      decoded.assign(text.data(), text.size());
+    }
+    place.put(std::move(decoded));
   }
   return code;
 }
 
-inline int Reader::number_alternative(char const*& pos, Value& out) const {
-  if (pos == end_ || (*pos != '-' && !is_digit(*pos))) {
-    return pos == end_ ? rc::unexpected_end : rc::expected_digit;
+// The number's text is copied out (it need not end in a NUL, and the conversion reads up to
+// the first byte that cannot continue a number, which may be beyond what the scanner took);
+// short numbers, all real ones, are copied to the stack rather than into a string.
+FOUNDATION_JSON_NOINLINE double number_value(char const* first, char const* last) {
+  auto const length = static_cast<std::size_t>(last - first);
+  char buffer[64];
+  if (length < sizeof buffer) {
+    std::memcpy(buffer, first, length);
+    buffer[length] = '\0';
+    return detail::string_to_double(buffer);
   }
-  return read_number(pos, out);
+  std::string const text = detail::get_utf8_string(first, last);
+  return detail::string_to_double(text.c_str());
 }
 
-FOUNDATION_JSON_NOINLINE int Reader::read_number(char const*& pos, Value& out) const {
+template <class Place>
+FOUNDATION_JSON_NOINLINE int Reader::put_number(char const*& pos, Place& place) const {
   char const* const start = pos;
   int const code = scan_number(pos, end_);
   if (code == rc::ok) {
-    std::string const text = detail::get_utf8_string(start, pos);
-    out = Value(detail::string_to_double(text.c_str()));
+    place.put(number_value(start, pos));
   }
   return code;
 }
 
-inline int Reader::object_alternative(char const*& pos, Value& out, int depth) const {
-  if (out.is<Object>()) {
-    return object(pos, out.get<Object>(), depth);
+template <class Place, class Scalar>
+inline int Reader::put_literal(char const*& pos, std::string_view literal, Scalar scalar,
+                               Place& place) const {
+  if (static_cast<std::size_t>(end_ - pos) >= literal.size() &&
+      std::memcmp(pos, literal.data(), literal.size()) == 0) {
+    place.put(scalar);
+    pos += literal.size();
+    return rc::ok;
   }
-  if (pos != end_ && *pos == '{') {
-    return fresh_object(pos, out, depth);
+  return rc::expected_string;
+}
+
+template <class Place>
+inline int Reader::put_object(char const*& pos, Place& place, int depth) const {
+  Value& slot = place.container(Object{});
+  if (slot.is<Object>()) {
+    return object(pos, slot.get<Object>(), depth);
   }
-  return pos == end_ ? rc::unexpected_end : rc::expected_object;  // the first step of object()
+  return fresh_object(pos, slot, depth);
+}
+
+template <class Place>
+inline int Reader::put_array(char const*& pos, Place& place, int depth) const {
+  Value& slot = place.container(Array{});
+  if (slot.is<Array>()) {
+    return array(pos, slot.get<Array>(), depth);
+  }
+  return fresh_array(pos, slot, depth);
 }
 
 // Reading into a Value of another kind: read aside, then move in.
@@ -397,17 +548,6 @@ FOUNDATION_JSON_NOINLINE int Reader::fresh_object(char const*& pos, Value& out, 
   return code;
 }
 
-inline int Reader::array_alternative(char const*& pos, Value& out, int depth) const {
-  if (out.is<Array>()) {
-    return array(pos, out.get<Array>(), depth);
-  }
-  if (pos != end_ && *pos == '[') {
-    return fresh_array(pos, out, depth);
-  }
-  return pos == end_ ? rc::unexpected_end : rc::expected_array;  // the first step of array()
-}
-
-// Reading into a Value of another kind: read aside, then move in.
 FOUNDATION_JSON_NOINLINE int Reader::fresh_array(char const*& pos, Value& out, int depth) const {
   Array elements;
   int const code = array(pos, elements, depth);
@@ -417,86 +557,33 @@ FOUNDATION_JSON_NOINLINE int Reader::fresh_array(char const*& pos, Value& out, i
   return code;
 }
 
-FOUNDATION_JSON_NOINLINE int Reader::boolean_alternative(char const*& pos, Value& out) const {
-  int code = match_literal(pos, end_, "true", rc::not_boolean);
-  if (code == rc::ok) {
-    out = Value(true);
-  } else if (code == rc::not_boolean) {
-    code = match_literal(pos, end_, "false", rc::not_boolean);
-    if (code == rc::ok) {
-      out = Value(false);
-    }
-  }
-  return code;
-}
-
-FOUNDATION_JSON_NOINLINE int Reader::null_alternative(char const*& pos, Value& out) const {
-  int const code = match_literal(pos, end_, "null", rc::not_null);
-  if (code == rc::ok) {
-    out = Value(Null{});
-  }
-  return code;
-}
-
-// The furthest position any alternative of a value reached, and the code that goes with it;
-// on a tie the earlier alternative keeps it.
-struct Furthest {
-  char const* pos;
-  int code;
-  void offer(char const* p, int c) {
-    if (p > pos) {
-      pos = p;
-      code = c;
-    }
-  }
-};
-
 int Reader::value(char const*& pos, Value& out, int depth) const {
-  char const* const start = pos;
-  char const* p = start;
-  int code = string_alternative(p, out);
-  Furthest best{p, code};
-  if (code == rc::ok) {
-    pos = p;
-    return code;
+  OutPlace place{out};
+  return read_value(pos, place, depth);
+}
+
+// A "qvdata" or "qvtype" member, whose value may change how the other is read.
+FOUNDATION_JSON_NOINLINE int Reader::special_member(char const*& pos, std::string_view key,
+                                                    TypedArrayState& state, Object& members,
+                                                    Value& scratch, int depth) const {
+  // The node is made first, empty, and the value read into it: for "qvdata" that is where a
+  // later "qvtype" finds it.
+  auto const make = [&](auto&& seed) -> Value& {
+    auto const inserted =
+        members.emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                        std::forward_as_tuple(std::forward<decltype(seed)>(seed)));
+    return inserted.second ? inserted.first->second : scratch;
+  };
+  // A container is read in place when its slot already has that kind.
+  Value& target = *pos == '[' ? make(Array{}) : *pos == '{' ? make(Object{}) : make(Undefined{});
+  if (key == qvdata_key) {
+    return data_member(pos, state, target, depth);
   }
-  p = start;
-  code = number_alternative(p, out);
+  int code = value(pos, target, depth);
   if (code == rc::ok) {
-    pos = p;
-    return code;
+    type_member(target, state, members, code);
   }
-  best.offer(p, code);
-  p = start;
-  code = object_alternative(p, out, depth);
-  if (code == rc::ok) {
-    pos = p;
-    return code;
-  }
-  best.offer(p, code);
-  p = start;
-  code = array_alternative(p, out, depth);
-  if (code == rc::ok) {
-    pos = p;
-    return code;
-  }
-  best.offer(p, code);
-  p = start;
-  code = boolean_alternative(p, out);
-  if (code == rc::ok) {
-    pos = p;
-    return code;
-  }
-  best.offer(p, code);
-  p = start;
-  code = null_alternative(p, out);
-  if (code == rc::ok) {
-    pos = p;
-    return code;
-  }
-  best.offer(p, code);
-  pos = best.pos;
-  return best.code;
+  return code;
 }
 
 // The value of a "qvdata" member, read under the pending type name. Whatever is thrown while
@@ -581,7 +668,13 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     return opened;
   }
 
-  Object members;
+  // The members go straight into out when it is empty, as it always is for a nested object
+  // (its node was just made): that saves a move and a map. A failure, or an exception, leaves
+  // it empty again, which is as it was.
+  Object aside;
+  bool const in_place = out.empty();
+  Object& members = in_place ? out : aside;
+  ClearOnFailure<Object> guard{in_place ? &out : nullptr};
   // The key as it stands in the text, or decoded into decoded_key when it has escapes.
   std::string_view key;
   std::string decoded_key;
@@ -605,19 +698,14 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
       return rc::unexpected_end;
     }
 
-    bool const is_data = key == qvdata_key;
-    bool const is_type = key == qvtype_key;
-    // The value is read straight into its map node. Nothing looks at the map while a value is
-    // read, so inserting first is the same as inserting after, and on failure the whole map is
-    // dropped anyway.
-    Value& target = member_slot(members, key, *pos, scratch);
-    if (is_data) {
-      code = data_member(pos, state, target, depth);
+    // Each member is one map insertion: a string or scalar once read, an array or object before
+    // it is read into its node. Nothing looks at the map while a value is read, so inserting
+    // first is the same as inserting after, and on failure the whole map is dropped anyway.
+    if (key.size() == qvdata_key.size() && (key == qvdata_key || key == qvtype_key)) {
+      code = special_member(pos, key, state, members, scratch, depth);
     } else {
-      code = value(pos, target, depth);
-      if (code == rc::ok && is_type) {
-        type_member(target, state, members, code);
-      }
+      MemberPlace place{members, key, scratch};
+      code = read_value(pos, place, depth);
     }
     if (code != rc::ok) {
       return code;
@@ -634,7 +722,10 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     }
     if (*pos == '}') {
       ++pos;
-      out = std::move(members);
+      if (!in_place) {
+        out = std::move(members);
+      }
+      guard.target = nullptr;
       return rc::ok;
     }
     return rc::expected_comma_or_brace;
@@ -651,13 +742,18 @@ int Reader::array(char const*& pos, Array& out, int depth) const {
     return opened;
   }
 
-  // As in object: each element is read in place at the back; a failure drops them all.
-  Array elements;
+  // As in object: each element is read in place at the back, into out when it is empty; a
+  // failure drops them all.
+  Array aside;
+  bool const in_place = out.empty();
+  Array& elements = in_place ? out : aside;
+  ClearOnFailure<Array> guard{in_place ? &out : nullptr};
   for (;;) {
     if (pos == end_) {
       return rc::unexpected_end;  // what the element's own reading would give
     }
-    int const code = value(pos, element_slot(elements, *pos), depth);
+    ElementPlace place{elements};
+    int const code = read_value(pos, place, depth);
     if (code != rc::ok) {
       return code;
     }
@@ -672,7 +768,10 @@ int Reader::array(char const*& pos, Array& out, int depth) const {
     }
     if (*pos == ']') {
       ++pos;
-      out = std::move(elements);
+      if (!in_place) {
+        out = std::move(elements);
+      }
+      guard.target = nullptr;
       return rc::ok;
     }
     return rc::expected_comma_or_bracket;
@@ -814,27 +913,14 @@ int parse_string(char const*& pos, char const* end, std::string& out) {
 
 namespace {
 
-// Reads a quoted string. Without escapes its bytes stay in the text and text views them; with
-// escapes they are decoded into decoded and text views that. Nothing is written on failure.
-int read_string(char const*& pos, char const* end, std::string& decoded, std::string_view& text) {
-  char const* p = pos;
-  if (p == end) {
-    return rc::unexpected_end;
-  }
-  if (*p != '"') {
-    return rc::expected_string;
-  }
-  ++p;
-  char const* run_end = find_quote_or_backslash(p, end);
+// The rest of read_string, from the first backslash (run_end), or from the end when the text
+// ends inside the string.
+int read_escaped_string(char const*& pos, char const* first, char const* run_end, char const* end,
+                        std::string& decoded, std::string_view& text) {
+  char const* p = first;
   if (run_end == end) {
     pos = end;
     return rc::unexpected_end;
-  }
-  if (*run_end == '"') {
-    // No escapes: nothing to copy yet.
-    text = std::string_view(p, static_cast<std::size_t>(run_end - p));
-    pos = run_end + 1;
-    return rc::ok;
   }
 
   // Escapes only shrink the text, so the distance to the closing quote bounds the result and

@@ -180,7 +180,8 @@ class Output {
   void finish() { text_.resize(used()); }
 
  private:
-  static constexpr std::size_t kMinStep = 64;
+  // Small enough not to matter, large enough that most replies take one allocation.
+  static constexpr std::size_t kMinStep = 256;
 
   std::size_t used() const { return static_cast<std::size_t>(cursor_ - text_.data()); }
 
@@ -360,9 +361,37 @@ struct Frame {
   Object::const_iterator members_end;
 };
 
+// The open containers. Replies nest a few levels: their frames live here, without a heap
+// allocation per reply; deeper ones go to the heap.
+class FrameStack {
+ public:
+  bool empty() const { return size_ == 0; }
+  Frame& back() { return size_ <= kLocal ? local_[size_ - 1] : heap_.back(); }
+  void push_back(Frame const& frame) {
+    if (size_ < kLocal) {
+      local_[size_] = frame;
+    } else {
+      heap_.push_back(frame);
+    }
+    ++size_;
+  }
+  void pop_back() {
+    if (size_ > kLocal) {
+      heap_.pop_back();
+    }
+    --size_;
+  }
+
+ private:
+  static constexpr std::size_t kLocal = 16;
+  Frame local_[kLocal];
+  std::vector<Frame> heap_;
+  std::size_t size_ = 0;
+};
+
 // Writes a scalar, or opens a container and pushes its frame. Containers are walked with an
 // explicit stack, so nesting depth costs heap, not call stack.
-void begin_value(Output& out, Value const& value, std::vector<Frame>& stack) {
+void begin_value(Output& out, Value const& value, FrameStack& stack) {
   switch (value.kind()) {
     case Kind::undefined:
     case Kind::null:
@@ -417,7 +446,7 @@ void begin_value(Output& out, Value const& value, std::vector<Frame>& stack) {
 std::string serialize(Value const& value) {
   std::string text;
   Output out(text);
-  std::vector<Frame> stack;
+  FrameStack stack;
   begin_value(out, value, stack);
   while (!stack.empty()) {
     Frame& frame = stack.back();

@@ -1,0 +1,294 @@
+#include "platform/wayland/wayland_clipboard.hpp"
+
+#include <unistd.h>
+#include <wayland-client.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <stdexcept>
+
+#include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/payload_formats.hpp"
+#include "platform/i18n.hpp"
+#include "platform/wayland/wayland_internal.h"
+
+namespace pf::clipboard {
+
+using namespace wayland;
+using namespace formats;
+
+namespace {
+
+std::string utf8Of(std::u16string const& text) {
+  return fl::i18n::ustring_to_utf8(text);
+}
+
+void checkMode(PFClipboardMode mode) {
+  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
+    throw std::invalid_argument("Wayland clipboard: unknown clipboard mode");
+  }
+}
+
+class FdGuard {
+ public:
+  explicit FdGuard(int fd) : fd_(fd) {}
+  ~FdGuard() { ::close(fd_); }
+  FdGuard(FdGuard const&) = delete;
+  FdGuard& operator=(FdGuard const&) = delete;
+
+ private:
+  int fd_;
+};
+
+std::optional<std::string> findType(std::vector<std::string> const& offered,
+                                    std::string_view wanted) {
+  for (auto const& type : offered) {
+    if (equalsNoCase(type, wanted))
+      return type;
+  }
+  return std::nullopt;
+}
+
+// Which of the offered types serves a read of `mime`.
+std::optional<std::string> chooseType(std::vector<std::string> const& offered,
+                                      std::string const& mime, ReadKind kind) {
+  switch (kind) {
+    case ReadKind::text:
+      if (isTextTarget(mime)) {
+        // UTF-8 by name first: it is decoded as it arrives, and needs no guessing.
+        for (char const* preferred :
+             {"text/plain;charset=utf-8", "UTF8_STRING", "text/plain", "STRING", "TEXT"}) {
+          if (auto type = findType(offered, preferred))
+            return type;
+        }
+        for (auto const& type : offered) {
+          if (isTextTarget(type) && textEncodingOfType(type) != TextEncoding::notText)
+            return type;
+        }
+        return std::nullopt;
+      }
+      if (auto type = findType(offered, mime))
+        return type;
+      for (auto const& type : offered) {
+        if (sameBaseType(type, mime))
+          return type;
+      }
+      return std::nullopt;
+    case ReadKind::uriList:
+      for (auto const& type : offered) {
+        if (sameBaseType(type, "text/uri-list"))
+          return type;
+      }
+      return std::nullopt;
+    case ReadKind::png:
+      return findType(offered, "image/png");
+    case ReadKind::svg:
+      if (auto type = findType(offered, "image/svg+xml"))
+        return type;
+      return findType(offered, "image/svg");
+    case ReadKind::bytes:
+      return findType(offered, mime);
+    case ReadKind::none:
+      break;
+  }
+  return std::nullopt;
+}
+
+// Reads from our own payload: what was written under that name as it was written, else what
+// another program would get for that type.
+ClipboardContent readOwn(OwnPayload const& payload, std::string const& mime, ReadKind kind) {
+  for (auto const& [name, content] : payload.data->entries()) {
+    if (equalsNoCase(utf8Of(name), mime))
+      return content;
+  }
+  if (kind == ReadKind::text && isTextTarget(mime)) {
+    for (auto const& [name, content] : payload.data->entries()) {
+      if (content.index() == 1 && isTextTarget(utf8Of(name)))
+        return content;
+    }
+    return {};
+  }
+  std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
+  for (auto const& type : payload.types) {
+    if (equalsNoCase(type.name, wanted))
+      return contentOf(kind, type.name, *type.data);
+  }
+  return {};
+}
+
+std::vector<std::u16string> toUtf16(std::vector<std::string> const& names) {
+  std::vector<std::u16string> out;
+  for (auto const& mime : mimeTypesFromTargets(names))
+    out.push_back(fl::i18n::to_ustring(mime));
+  return out;
+}
+
+}  // namespace
+
+struct PFWaylandClipboard::Impl {
+  PFWaylandClipboardOptions options;
+  std::shared_ptr<Notifier> notifier;
+  std::unique_ptr<Session> session;
+
+  ReadLimits limits() const {
+    return {options.firstDataTimeout, options.chunkTimeout, options.readTimeout,
+            options.maxTransferBytes};
+  }
+};
+
+PFWaylandClipboard::PFWaylandClipboard(PFWaylandClipboardOptions options)
+    : impl_(std::make_unique<Impl>()) {
+  auto& impl = *impl_;
+  impl.options = std::move(options);
+  bool const emit = impl.options.emitChangeEvents;
+  auto hook = impl.options.onSelectionChanged;
+  impl.notifier = std::make_shared<Notifier>([emit, hook](PFClipboardMode mode) {
+    if (emit && mode == PFClipboardMode::clipboard)
+      notifyClipboardChanged();
+    if (hook)
+      hook(mode);
+  });
+  SessionConfig config;
+  config.display = impl.options.display;
+  config.protocol = impl.options.protocol;
+  config.sendTimeout = impl.options.sendTimeout;
+  config.answerTimeout =
+      std::max<Clock::duration>(impl.options.firstDataTimeout, std::chrono::milliseconds(1000));
+  config.changed = [notifier = impl.notifier](PFClipboardMode mode) { notifier->post(mode); };
+  impl.session = std::make_unique<Session>(std::move(config));
+}
+
+PFWaylandClipboard::~PFWaylandClipboard() {
+  // Deliveries first (a running listener may still read through us), then the event thread.
+  impl_->notifier->stop();
+  impl_->session.reset();
+}
+
+std::string const& PFWaylandClipboard::protocolName() const noexcept {
+  static std::string const ext = extProtocol().global;
+  static std::string const wlr = wlrProtocol().global;
+  return &impl_->session->protocol() == &extProtocol() ? ext : wlr;
+}
+
+bool PFWaylandClipboard::hasPrimarySelection() const noexcept {
+  return impl_->session->hasPrimary();
+}
+
+bool PFWaylandClipboard::ownsSelection(PFClipboardMode mode) const {
+  checkMode(mode);
+  return impl_->session->owned(mode) != nullptr;
+}
+
+std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMode mode) {
+  checkMode(mode);
+  auto& session = *impl_->session;
+  if (auto const own = session.owned(mode)) {
+    std::vector<std::string> names;
+    for (auto const& entry : own->data->entries())
+      names.push_back(utf8Of(entry.first));
+    return toUtf16(names);
+  }
+  return toUtf16(session.offeredTypes(mode));
+}
+
+ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
+  checkMode(mode);
+  auto& session = *impl_->session;
+  std::string const mime = utf8Of(mimeType);
+  auto const kind = readKindOf(mime);
+  if (kind == ReadKind::none)
+    return {};
+  if (auto const own = session.owned(mode))
+    return readOwn(*own, mime, kind);
+
+  auto const start = session.startRead(mode, [&mime, kind](std::vector<std::string> const& types) {
+    return chooseType(types, mime, kind);
+  });
+  if (!start)
+    return {};
+  FdGuard guard(start->fd);
+  auto const received = readPipe(start->fd, impl_->limits());
+  ClipboardContent result;
+  if (kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
+    // Decoded into room reserved and faulted in once: at most one unit per byte.
+    std::u16string text;
+    text.reserve(received.size + 2);
+    prefault(text.data(), text.capacity() * sizeof(char16_t));
+    Utf8Decoder decoder;
+    for (auto const& piece : received.pieces)
+      decoder.feed(piece, text);
+    decoder.finish(text);
+    if (!text.empty() && text.back() == u'\0')
+      text.pop_back();
+    result = std::move(text);
+  } else {
+    auto const data = received.joined();
+    if (kind == ReadKind::bytes) {
+      result = bytesOf(data);
+    } else if (kind == ReadKind::png || kind == ReadKind::svg) {
+      result = imageOf(kind, bytesOf(data));
+    } else {
+      result = contentOf(kind, start->type, data);
+    }
+  }
+  if (!session.stillCurrent(mode, start->generation)) {
+    throw std::runtime_error(
+        "Wayland clipboard: the owner went away or replaced the clipboard during the read");
+  }
+  return result;
+}
+
+void PFWaylandClipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
+  checkMode(mode);
+  if (!data)
+    throw std::invalid_argument("Wayland clipboard: no payload");
+  auto payload = std::make_shared<OwnPayload>();
+  payload->types = offeredTypes(*data);
+  for (auto const& type : payload->types) {
+    if (type.data->size() > impl_->options.maxTransferBytes)
+      throw std::runtime_error("Wayland clipboard: " + type.name + " exceeds the size limit");
+  }
+  payload->data = std::move(data);
+  impl_->session->own(mode, std::move(payload));
+}
+
+PFWaylandProbe probeWaylandDisplay(std::string const& display) {
+  PFWaylandProbe probe;
+  wl_display* d = wl_display_connect(display.empty() ? nullptr : display.c_str());
+  if (d == nullptr) {
+    probe.error = std::strerror(errno);
+    return probe;
+  }
+  probe.connected = true;
+  struct Seen {
+    bool ext = false, wlr = false;
+  } seen;
+  static wl_registry_listener const listener = {
+      [](void* data, wl_registry*, std::uint32_t, char const* interface, std::uint32_t) {
+        auto* s = static_cast<Seen*>(data);
+        if (std::strcmp(interface, extProtocol().global) == 0)
+          s->ext = true;
+        if (std::strcmp(interface, wlrProtocol().global) == 0)
+          s->wlr = true;
+      },
+      [](void*, wl_registry*, std::uint32_t) {}};
+  auto* registry = wl_display_get_registry(d);
+  wl_registry_add_listener(registry, &listener, &seen);
+  if (wl_display_roundtrip(d) < 0) {
+    probe.error = "the compositor closed the connection";
+  } else if (seen.ext) {
+    probe.dataControlGlobal = extProtocol().global;
+  } else if (seen.wlr) {
+    probe.dataControlGlobal = wlrProtocol().global;
+  }
+  wl_registry_destroy(registry);
+  wl_display_disconnect(d);
+  return probe;
+}
+
+std::shared_ptr<PFWaylandClipboard> makeWaylandClipboard(PFWaylandClipboardOptions options) {
+  return std::make_shared<PFWaylandClipboard>(std::move(options));
+}
+
+}  // namespace pf::clipboard

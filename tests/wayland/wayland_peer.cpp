@@ -1,0 +1,171 @@
+// A misbehaving client for the tests, on the raw protocol. As an owner it offers one type and then
+// either never answers a paste (stall) or writes some bytes and dies (die-after=N). As a paste
+// target (receive-stall=SECONDS) it asks for TYPE, reads nothing for that long, then reads to the
+// end and prints how many bytes came.
+//
+//   wayland_peer ext|wlr stall|die-after=N|receive-stall=S TYPE   (WAYLAND_DISPLAY: the compositor)
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <wayland-client.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ext-data-control-v1-client-protocol.h"
+#include "wlr-data-control-unstable-v1-client-protocol.h"
+
+namespace {
+
+bool g_ext = false;
+long g_dieAfter = -1;  // -1: stall
+int g_receiveStall = -1;
+char const* g_type = "";
+int g_pipe = -1;
+int g_socket = -1;
+std::vector<int> g_held;
+std::uint32_t g_manager = 0, g_seat = 0;
+
+void onGlobal(void*, wl_registry*, std::uint32_t name, char const* interface, std::uint32_t) {
+  char const* wanted = g_ext ? "ext_data_control_manager_v1" : "zwlr_data_control_manager_v1";
+  if (std::strcmp(interface, wanted) == 0)
+    g_manager = name;
+  if (std::strcmp(interface, "wl_seat") == 0 && g_seat == 0)
+    g_seat = name;
+}
+
+void onSend(int fd) {
+  if (g_dieAfter < 0) {
+    g_held.push_back(fd);  // never written, never closed
+    return;
+  }
+  std::string const chunk(static_cast<std::size_t>(g_dieAfter), 'x');
+  std::size_t done = 0;
+  while (done < chunk.size()) {
+    auto const n = ::write(fd, chunk.data() + done, chunk.size() - done);
+    if (n <= 0)
+      break;
+    done += static_cast<std::size_t>(n);
+  }
+  // Dies with its connection closed first, then the pipe: the order in which the backend can
+  // tell a death from a finished transfer (see the README on owners that die).
+  ::shutdown(g_socket, SHUT_RDWR);
+  ::raise(SIGKILL);
+}
+
+// The paste target: asks for the type of the current selection once, keeps the pipe unread.
+void onSelection(void* offer, bool ext) {
+  if (offer == nullptr || g_pipe >= 0)
+    return;
+  int fds[2];
+  if (::pipe(fds) != 0)
+    std::exit(1);
+  if (ext) {
+    ext_data_control_offer_v1_receive(static_cast<ext_data_control_offer_v1*>(offer), g_type,
+                                      fds[1]);
+  } else {
+    zwlr_data_control_offer_v1_receive(static_cast<zwlr_data_control_offer_v1*>(offer), g_type,
+                                       fds[1]);
+  }
+  ::close(fds[1]);
+  g_pipe = fds[0];
+}
+
+void drainLater(wl_display* display) {
+  while (g_pipe < 0) {
+    if (wl_display_dispatch(display) < 0)
+      std::exit(1);
+  }
+  wl_display_flush(display);
+  ::sleep(static_cast<unsigned>(g_receiveStall));
+  std::size_t total = 0;
+  char buffer[65536];
+  for (;;) {
+    auto const n = ::read(g_pipe, buffer, sizeof buffer);
+    if (n <= 0)
+      break;
+    total += static_cast<std::size_t>(n);
+  }
+  std::printf("%zu\n", total);
+  std::exit(0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) {
+    std::fprintf(stderr, "usage: wayland_peer ext|wlr stall|die-after=N TYPE\n");
+    return 2;
+  }
+  g_ext = std::strcmp(argv[1], "ext") == 0;
+  if (std::strncmp(argv[2], "die-after=", 10) == 0)
+    g_dieAfter = std::atol(argv[2] + 10);
+  if (std::strncmp(argv[2], "receive-stall=", 14) == 0)
+    g_receiveStall = std::atoi(argv[2] + 14);
+  g_type = argv[3];
+  wl_display* display = wl_display_connect(nullptr);
+  if (display == nullptr)
+    return 1;
+  g_socket = wl_display_get_fd(display);
+  wl_registry_listener const registryListener = {onGlobal,
+                                                 [](void*, wl_registry*, std::uint32_t) {}};
+  auto* registry = wl_display_get_registry(display);
+  wl_registry_add_listener(registry, &registryListener, nullptr);
+  wl_display_roundtrip(display);
+  if (g_manager == 0 || g_seat == 0)
+    return 1;
+  auto* seat = static_cast<wl_seat*>(wl_registry_bind(registry, g_seat, &wl_seat_interface, 1));
+  if (g_ext) {
+    auto* manager = static_cast<ext_data_control_manager_v1*>(
+        wl_registry_bind(registry, g_manager, &ext_data_control_manager_v1_interface, 1));
+    auto* device = ext_data_control_manager_v1_get_data_device(manager, seat);
+    if (g_receiveStall >= 0) {
+      static ext_data_control_device_v1_listener const listener = {
+          [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1*) {},
+          [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1* offer) {
+            onSelection(offer, true);
+          },
+          [](void*, ext_data_control_device_v1*) {},
+          [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1*) {}};
+      ext_data_control_device_v1_add_listener(device, &listener, nullptr);
+      drainLater(display);
+    }
+    auto* source = ext_data_control_manager_v1_create_data_source(manager);
+    static ext_data_control_source_v1_listener const listener = {
+        [](void*, ext_data_control_source_v1*, char const*, std::int32_t fd) { onSend(fd); },
+        [](void*, ext_data_control_source_v1*) { std::exit(0); }};
+    ext_data_control_source_v1_add_listener(source, &listener, nullptr);
+    ext_data_control_source_v1_offer(source, argv[3]);
+    ext_data_control_device_v1_set_selection(device, source);
+  } else {
+    auto* manager = static_cast<zwlr_data_control_manager_v1*>(
+        wl_registry_bind(registry, g_manager, &zwlr_data_control_manager_v1_interface, 1));
+    auto* device = zwlr_data_control_manager_v1_get_data_device(manager, seat);
+    if (g_receiveStall >= 0) {
+      static zwlr_data_control_device_v1_listener const listener = {
+          [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*) {},
+          [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1* offer) {
+            onSelection(offer, false);
+          },
+          [](void*, zwlr_data_control_device_v1*) {},
+          [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*) {}};
+      zwlr_data_control_device_v1_add_listener(device, &listener, nullptr);
+      drainLater(display);
+    }
+    auto* source = zwlr_data_control_manager_v1_create_data_source(manager);
+    static zwlr_data_control_source_v1_listener const listener = {
+        [](void*, zwlr_data_control_source_v1*, char const*, std::int32_t fd) { onSend(fd); },
+        [](void*, zwlr_data_control_source_v1*) { std::exit(0); }};
+    zwlr_data_control_source_v1_add_listener(source, &listener, nullptr);
+    zwlr_data_control_source_v1_offer(source, argv[3]);
+    zwlr_data_control_device_v1_set_selection(device, source);
+  }
+  while (wl_display_dispatch(display) >= 0) {
+  }
+  return 0;
+}

@@ -1,0 +1,394 @@
+#include "wayland_test_support.hpp"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "platform/event.hpp"
+#include "platform/graphics.hpp"
+
+extern char** environ;
+
+namespace wayland_test {
+namespace {
+
+std::string findProgram(std::string const& name) {
+  if (name.find('/') != std::string::npos)
+    return name;
+  char const* path = std::getenv("PATH");
+  std::string const dirs = path ? path : "/usr/bin:/bin";
+  std::stringstream list(dirs);
+  std::string dir;
+  while (std::getline(list, dir, ':')) {
+    auto const candidate = (dir.empty() ? "." : dir) + "/" + name;
+    if (::access(candidate.c_str(), X_OK) == 0)
+      return candidate;
+  }
+  return {};
+}
+
+// Our environment without the display variables, plus `extra`.
+std::vector<std::string> childEnvironment(std::vector<std::string> const& extra) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    if (std::strncmp(*e, "WAYLAND_DISPLAY=", 16) != 0 && std::strncmp(*e, "DISPLAY=", 8) != 0)
+      env.emplace_back(*e);
+  }
+  env.insert(env.end(), extra.begin(), extra.end());
+  return env;
+}
+
+// fork + exec, the child in its own process group and killed if we die first.
+pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const& env,
+            std::vector<std::pair<int, int>> const& fds,
+            std::optional<std::pair<uid_t, gid_t>> const& user = std::nullopt) {
+  std::string const program = findProgram(argv.at(0));
+  if (program.empty())
+    throw std::runtime_error("program not found: " + argv.at(0));
+  std::vector<char*> args;
+  for (auto const& a : argv)
+    args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  std::vector<char*> envp;
+  for (auto const& e : env)
+    envp.push_back(const_cast<char*>(e.c_str()));
+  envp.push_back(nullptr);
+  pid_t const parent = ::getpid();
+  pid_t const pid = ::fork();
+  if (pid < 0)
+    throw std::runtime_error("fork failed");
+  if (pid == 0) {
+    ::setpgid(0, 0);
+    if (user && (::setgroups(0, nullptr) != 0 ||
+                 ::setresgid(user->second, user->second, user->second) != 0 ||
+                 ::setresuid(user->first, user->first, user->first) != 0))
+      _exit(126);
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent)
+      _exit(127);
+    for (auto const& [child, ours] : fds) {
+      if (::dup2(ours, child) < 0)
+        _exit(127);
+    }
+    ::execve(program.c_str(), args.data(), envp.data());
+    _exit(127);
+  }
+  ::setpgid(pid, pid);
+  return pid;
+}
+
+std::optional<int> waitForExit(pid_t pid, std::chrono::milliseconds timeout) {
+  auto const end = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    int status = 0;
+    pid_t const got = ::waitpid(pid, &status, WNOHANG);
+    if (got == pid)
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (got < 0)
+      return -1;
+    if (std::chrono::steady_clock::now() >= end)
+      return std::nullopt;
+    std::this_thread::sleep_for(2ms);
+  }
+}
+
+int openOrThrow(std::string const& path, int flags) {
+  int const fd = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
+  if (fd < 0)
+    throw std::runtime_error("cannot open " + path);
+  return fd;
+}
+
+// Whether a server listens on the socket yet: the file appears at bind(), before listen().
+bool listening(std::string const& path) {
+  int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0)
+    return false;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  bool const ok = ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return ok;
+}
+
+// Waits for a socket named wayland-N (not its lock file) in `dir` while `process` runs.
+std::string waitForSocket(std::string const& dir, Process& process,
+                          std::chrono::milliseconds timeout) {
+  auto const end = std::chrono::steady_clock::now() + timeout;
+  while (std::chrono::steady_clock::now() < end) {
+    std::error_code ec;
+    for (auto const& entry : std::filesystem::directory_iterator(dir, ec)) {
+      auto const name = entry.path().filename().string();
+      if (name.rfind("wayland-", 0) == 0 && name.find('.') == std::string::npos &&
+          entry.is_socket(ec) && listening(entry.path().string()))
+        return entry.path().string();
+    }
+    if (process.wait(0ms))
+      return {};
+    std::this_thread::sleep_for(10ms);
+  }
+  return {};
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "wayland-test-XXXXXX").string();
+  if (!::mkdtemp(pattern.data()))
+    throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempDir::file(std::string const& name, std::string const& contents) const {
+  auto const path = path_ + "/" + name;
+  std::ofstream(path, std::ios::binary) << contents;
+  return path;
+}
+
+std::string readFile(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+Process::Process(std::vector<std::string> const& argv, std::vector<std::string> const& env,
+                 Io const& io) {
+  int const in = openOrThrow(io.stdinPath, O_RDONLY);
+  int const out = openOrThrow(io.outputPath, O_WRONLY | O_CREAT | O_TRUNC);
+  int const err = openOrThrow(io.errorPath, O_WRONLY | O_CREAT | O_APPEND);
+  try {
+    pid_ = spawn(argv, childEnvironment(env), {{0, in}, {1, out}, {2, err}}, io.user);
+  } catch (...) {
+    ::close(in);
+    ::close(out);
+    ::close(err);
+    throw;
+  }
+  ::close(in);
+  ::close(out);
+  ::close(err);
+}
+
+Process::~Process() {
+  stop();
+}
+
+void Process::signalGroup(int sig) const {
+  if (!status_)
+    ::kill(-pid_, sig);
+}
+
+std::optional<int> Process::wait(std::chrono::milliseconds timeout) {
+  if (!status_)
+    status_ = waitForExit(pid_, timeout);
+  return status_;
+}
+
+void Process::stop() {
+  if (status_) {
+    ::kill(-pid_, SIGKILL);  // helpers the child left in its group
+    return;
+  }
+  ::kill(-pid_, SIGCONT);
+  ::kill(pid_, SIGTERM);
+  if (!waitForExit(pid_, 3000ms)) {
+    ::kill(-pid_, SIGKILL);
+    waitForExit(pid_, 5000ms);
+  }
+  ::kill(-pid_, SIGKILL);
+  status_ = -1;
+}
+
+Sway::Sway() {
+  if (findProgram("sway").empty())
+    throw SwayUnavailable("sway is not installed");
+  runtime_ = std::make_unique<TempDir>();
+  auto const config = runtime_->file("sway.conf", "xwayland disable\n");
+  auto const log = runtime_->path() + "/sway.log";
+  // Its runtime folder is a subfolder, so that the user it runs as owns it alone.
+  auto const dir = runtime_->path() + "/runtime";
+  ::mkdir(dir.c_str(), 0700);
+  std::optional<std::pair<uid_t, gid_t>> user;
+  if (::geteuid() == 0) {
+    passwd const* nobody = ::getpwnam("nobody");
+    if (nobody == nullptr)
+      throw SwayUnavailable("no user nobody to run sway as");
+    if (::chown(dir.c_str(), nobody->pw_uid, nobody->pw_gid) != 0)
+      throw std::runtime_error("cannot give the runtime folder to nobody");
+    ::chmod(runtime_->path().c_str(), 0755);
+    ::chmod(config.c_str(), 0644);
+    user = std::make_pair(nobody->pw_uid, nobody->pw_gid);
+  }
+  process_ = std::make_unique<Process>(
+      std::vector<std::string>{"sway", "-c", config},
+      std::vector<std::string>{"XDG_RUNTIME_DIR=" + dir, "HOME=" + dir, "WLR_BACKENDS=headless",
+                               "WLR_LIBINPUT_NO_DEVICES=1", "WLR_RENDERER=pixman"},
+      Process::Io{"/dev/null", "/dev/null", log, user});
+  socket_ = waitForSocket(dir, *process_, 15000ms);
+  if (socket_.empty()) {
+    process_.reset();
+    auto text = readFile(log);
+    if (text.size() > 2000)
+      text = text.substr(text.size() - 2000);
+    throw SwayUnavailable("sway did not open its socket: " + text);
+  }
+}
+
+Sway::~Sway() {
+  process_.reset();
+  runtime_.reset();
+}
+
+TestCompositor::TestCompositor(std::vector<std::string> const& args) {
+  runtime_ = std::make_unique<TempDir>();
+  std::vector<std::string> argv = {TEST_COMPOSITOR_PROGRAM, "wayland-test"};
+  argv.insert(argv.end(), args.begin(), args.end());
+  auto const log = runtime_->path() + "/compositor.log";
+  process_ = std::make_unique<Process>(
+      argv, std::vector<std::string>{"XDG_RUNTIME_DIR=" + runtime_->path()},
+      Process::Io{"/dev/null", "/dev/null", log});
+  socket_ = waitForSocket(runtime_->path(), *process_, 10000ms);
+  if (socket_.empty())
+    throw std::runtime_error("the test compositor did not start: " + readFile(log));
+}
+
+TestCompositor::~TestCompositor() {
+  process_.reset();
+  runtime_.reset();
+}
+
+pf::clipboard::PFWaylandClipboardOptions options(Compositor const& compositor) {
+  pf::clipboard::PFWaylandClipboardOptions o;
+  o.display = compositor.socket();
+  o.firstDataTimeout = 2000ms;
+  o.chunkTimeout = 2000ms;
+  o.readTimeout = 30000ms;
+  o.sendTimeout = 2000ms;
+  return o;
+}
+
+RunResult run(Compositor const& compositor, std::vector<std::string> const& argv,
+              std::string const& stdinPath, std::chrono::seconds limit) {
+  TempDir dir;
+  std::vector<std::string> command = {"timeout", "-k", "1", std::to_string(limit.count())};
+  command.insert(command.end(), argv.begin(), argv.end());
+  auto const outputPath = dir.path() + "/stdout";
+  RunResult result;
+  {
+    Process process(command, {compositor.waylandDisplayEnv()}, {stdinPath, outputPath});
+    auto const status = process.wait(limit + 5s);
+    result.status = status ? *status : -1;
+    if (result.status == 124 || result.status == 137)
+      result.status = -1;
+  }
+  result.output = readFile(outputPath);
+  return result;
+}
+
+std::vector<pid_t> childrenOf(pid_t pid) {
+  std::vector<pid_t> out;
+  std::ifstream in("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children");
+  pid_t child = 0;
+  while (in >> child)
+    out.push_back(child);
+  return out;
+}
+
+std::vector<std::byte> bytesOf(std::string const& text) {
+  std::vector<std::byte> bytes(text.size());
+  if (!text.empty())
+    std::memcpy(bytes.data(), text.data(), text.size());
+  return bytes;
+}
+
+std::string stringOf(std::vector<std::byte> const& bytes) {
+  std::string text(bytes.size(), '\0');
+  if (!bytes.empty())
+    std::memcpy(text.data(), bytes.data(), bytes.size());
+  return text;
+}
+
+std::string samplePng() {
+  std::vector<std::uint8_t> rgba(9 * 4 * 4);
+  for (std::size_t i = 0; i < rgba.size(); ++i)
+    rgba[i] = static_cast<std::uint8_t>(i * 29 + 3);
+  return stringOf(pf::graphics::PFImage::fromRgba(9, 4, rgba)->encodedBytes());
+}
+
+std::string sampleText(std::size_t size) {
+  static char const* const pieces[] = {"plain words ", "caf\xc3\xa9 ", "\xe4\xb8\xad\xe6\x96\x87 ",
+                                       "\xf0\x9f\x98\x80 ", "line\n"};
+  std::string text;
+  text.reserve(size + 16);
+  for (std::size_t i = 0; text.size() < size; ++i)
+    text += pieces[(i * 7) % 5];
+  return text;
+}
+
+std::vector<std::byte> imageBytes(pf::clipboard::ClipboardContent const& content) {
+  auto const* image = std::get_if<std::shared_ptr<pf::graphics::PFGraphics>>(&content);
+  if (image == nullptr || !*image)
+    return {};
+  return (*image)->encode(pf::graphics::kEncodePng, pf::graphics::kEncodeRaw, {})->bytes;
+}
+
+struct Changes::State {
+  std::mutex mutex;
+  std::condition_variable changed;
+  int count = 0;
+  std::unique_ptr<pf::event::PFEventRegistration> registration;
+};
+
+Changes::Changes() : state_(std::make_shared<State>()) {
+  state_->registration = std::make_unique<pf::event::PFEventRegistration>(
+      pf::event::PFSignalLocator::Instance()
+          .containerOf(pf::event::PFServiceType::clipboard)
+          .connect(pf::event::kClipboardChanged, [state = state_] {
+            std::lock_guard<std::mutex> lock(state->mutex);
+            ++state->count;
+            state->changed.notify_all();
+          }));
+}
+
+Changes::~Changes() {
+  state_->registration->unregister();
+}
+
+int Changes::count() {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->count;
+}
+
+bool Changes::waitFor(int atLeast, std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  return state_->changed.wait_for(lock, timeout, [&] { return state_->count >= atLeast; });
+}
+
+std::string peerProgram() {
+  return WAYLAND_PEER_PROGRAM;
+}
+
+}  // namespace wayland_test
