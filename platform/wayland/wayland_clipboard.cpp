@@ -8,6 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
@@ -128,7 +129,7 @@ std::vector<std::u16string> toUtf16(std::vector<std::string> const& names) {
 
 struct PFWaylandClipboard::Impl {
   PFWaylandClipboardOptions options;
-  std::shared_ptr<Notifier> notifier;
+  std::shared_ptr<ChangeNotifier> notifier;
   std::unique_ptr<Session> session;
 
   ReadLimits limits() const {
@@ -143,7 +144,7 @@ PFWaylandClipboard::PFWaylandClipboard(PFWaylandClipboardOptions options)
   impl.options = std::move(options);
   bool const emit = impl.options.emitChangeEvents;
   auto hook = impl.options.onSelectionChanged;
-  impl.notifier = std::make_shared<Notifier>([emit, hook](PFClipboardMode mode) {
+  impl.notifier = std::make_shared<ChangeNotifier>([emit, hook](PFClipboardMode mode) {
     if (emit && mode == PFClipboardMode::clipboard)
       notifyClipboardChanged();
     if (hook)

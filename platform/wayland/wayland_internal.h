@@ -168,24 +168,6 @@ class Session {
   std::thread thread_;
 };
 
-// Delivers change events on a thread of its own, so that a listener may read the clipboard
-// (which needs the event thread) without blocking it.
-class Notifier {
- public:
-  explicit Notifier(std::function<void(PFClipboardMode)> deliver);
-  ~Notifier();
-  Notifier(Notifier const&) = delete;
-  Notifier& operator=(Notifier const&) = delete;
-
-  void post(PFClipboardMode mode);  // ignored once stopped
-  void stop();                      // returns once no delivery runs (unless called from one)
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-  std::thread thread_;
-};
-
 struct ReadLimits {
   Clock::duration firstData;
   Clock::duration chunk;

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <unordered_set>
 
+#include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
@@ -18,73 +19,6 @@
 namespace pf::clipboard {
 
 using namespace x11;
-
-// ---------------------------------------------------------------------------------------------
-// Notifier
-
-namespace x11 {
-
-struct Notifier::State {
-  std::mutex mutex;
-  std::condition_variable wake;
-  std::deque<PFClipboardMode> queue;
-  bool stop = false;
-  std::function<void(PFClipboardMode)> deliver;
-};
-
-Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
-    : state_(std::make_shared<State>()) {
-  state_->deliver = std::move(deliver);
-  // The thread holds the state, not the notifier: a listener may destroy the backend.
-  thread_ = std::thread([state = state_] {
-    std::unique_lock<std::mutex> lock(state->mutex);
-    for (;;) {
-      state->wake.wait(lock, [&] { return state->stop || !state->queue.empty(); });
-      if (state->stop)
-        return;
-      auto const mode = state->queue.front();
-      state->queue.pop_front();
-      lock.unlock();
-      try {
-        state->deliver(mode);
-      } catch (...) {
-        // A throwing listener must not end deliveries.
-      }
-      lock.lock();
-    }
-  });
-}
-
-Notifier::~Notifier() {
-  stop();
-}
-
-void Notifier::stop() {
-  {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->stop = true;
-  }
-  state_->wake.notify_all();
-  if (!thread_.joinable())
-    return;
-  if (thread_.get_id() == std::this_thread::get_id()) {
-    thread_.detach();  // stopped from a listener: the thread ends once it returns
-  } else {
-    thread_.join();
-  }
-}
-
-void Notifier::post(PFClipboardMode mode) {
-  {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    if (state_->stop)
-      return;
-    state_->queue.push_back(mode);
-  }
-  state_->wake.notify_one();
-}
-
-}  // namespace x11
 
 // ---------------------------------------------------------------------------------------------
 // The backend
@@ -145,7 +79,7 @@ struct PFX11Clipboard::Impl {
   Atoms atoms;
   AtomCache atomCache;
   std::unique_ptr<ReaderPool> readers;
-  std::shared_ptr<Notifier> notifier;
+  std::shared_ptr<ChangeNotifier> notifier;
   std::unique_ptr<Owner> owner;
 
   ReadLimits limits() const {
@@ -265,7 +199,7 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
   }
   bool const emit = impl.options.emitChangeEvents;
   auto hook = impl.options.onSelectionChanged;
-  impl.notifier = std::make_shared<Notifier>([emit, hook](PFClipboardMode mode) {
+  impl.notifier = std::make_shared<ChangeNotifier>([emit, hook](PFClipboardMode mode) {
     if (emit && mode == PFClipboardMode::clipboard)
       notifyClipboardChanged();
     if (hook)

@@ -199,26 +199,6 @@ struct Payload {
   ServedTarget const* find(xcb_atom_t target) const noexcept;
 };
 
-// Runs change deliveries on a thread of its own, so that a listener may call back into the
-// backend (and read through X) without blocking the thread that answers selection requests.
-class Notifier {
- public:
-  explicit Notifier(std::function<void(PFClipboardMode)> deliver);
-  ~Notifier();
-  Notifier(Notifier const&) = delete;
-  Notifier& operator=(Notifier const&) = delete;
-
-  // Ignored once stopped.
-  void post(PFClipboardMode mode);
-  // Ends deliveries; returns once none is running (unless called from a delivery).
-  void stop();
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-  std::thread thread_;
-};
-
 struct OwnerConfig {
   std::string display;
   Clock::duration chunkTimeout;

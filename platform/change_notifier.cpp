@@ -1,9 +1,13 @@
-// Change deliveries on a thread of their own.
-#include "platform/wayland/wayland_internal.h"
+#include "platform/change_notifier.hpp"
 
-namespace pf::clipboard::wayland {
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <utility>
 
-struct Notifier::State {
+namespace pf::clipboard {
+
+struct ChangeNotifier::State {
   std::mutex mutex;
   std::condition_variable wake;
   std::deque<PFClipboardMode> queue;
@@ -11,7 +15,7 @@ struct Notifier::State {
   std::function<void(PFClipboardMode)> deliver;
 };
 
-Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
+ChangeNotifier::ChangeNotifier(std::function<void(PFClipboardMode)> deliver)
     : state_(std::make_shared<State>()) {
   state_->deliver = std::move(deliver);
   // The thread holds the state, not the notifier: a listener may destroy the backend.
@@ -34,11 +38,11 @@ Notifier::Notifier(std::function<void(PFClipboardMode)> deliver)
   });
 }
 
-Notifier::~Notifier() {
+ChangeNotifier::~ChangeNotifier() {
   stop();
 }
 
-void Notifier::stop() {
+void ChangeNotifier::stop() {
   {
     std::lock_guard<std::mutex> lock(state_->mutex);
     state_->stop = true;
@@ -47,13 +51,13 @@ void Notifier::stop() {
   if (!thread_.joinable())
     return;
   if (thread_.get_id() == std::this_thread::get_id()) {
-    thread_.detach();
+    thread_.detach();  // stopped from a listener: the thread ends once it returns
   } else {
     thread_.join();
   }
 }
 
-void Notifier::post(PFClipboardMode mode) {
+void ChangeNotifier::post(PFClipboardMode mode) {
   {
     std::lock_guard<std::mutex> lock(state_->mutex);
     if (state_->stop)
@@ -63,4 +67,4 @@ void Notifier::post(PFClipboardMode mode) {
   state_->wake.notify_one();
 }
 
-}  // namespace pf::clipboard::wayland
+}  // namespace pf::clipboard
