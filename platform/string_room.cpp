@@ -1,5 +1,10 @@
 #include "platform/string_room.hpp"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+
 namespace fl::strings {
 
 #if defined(__GLIBCXX__) && _GLIBCXX_USE_CXX11_ABI
@@ -38,5 +43,18 @@ void grow_uninitialized(std::string& text, std::size_t size) {
 }
 
 #endif
+
+void prefault(void* data, std::size_t size) noexcept {
+  constexpr std::size_t kWorthIt = std::size_t{512} << 10;
+  if (size < kWorthIt)
+    return;
+  auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
+  auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
+  if (end > begin) {
+    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+  }
+}
 
 }  // namespace fl::strings

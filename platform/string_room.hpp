@@ -13,4 +13,9 @@ namespace fl::strings {
 // write each one before anything reads it; elsewhere they are zeros.
 void grow_uninitialized(std::string& text, std::size_t size);
 
+// Backs a fresh large buffer with huge pages where the kernel allows and faults it in with one
+// call instead of one trap per page; the contents stay as they are. Buffers under 512 KiB are
+// left alone. Only an optimization: a kernel without either just says no.
+void prefault(void* data, std::size_t size) noexcept;
+
 }  // namespace fl::strings

@@ -10,8 +10,10 @@
 
 #include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/derived_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
+#include "platform/string_room.hpp"
 #include "platform/wayland/wayland_internal.h"
 
 namespace pf::clipboard {
@@ -118,9 +120,9 @@ ClipboardContent readOwn(OwnPayload const& payload, std::string const& mime, Rea
   return {};
 }
 
-std::vector<std::u16string> toUtf16(std::vector<std::string> const& names) {
+std::vector<std::u16string> toUtf16(std::vector<std::string> const& mimes) {
   std::vector<std::u16string> out;
-  for (auto const& mime : mimeTypesFromTargets(names))
+  for (auto const& mime : mimes)
     out.push_back(fl::i18n::to_ustring(mime));
   return out;
 }
@@ -186,11 +188,33 @@ std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMo
   auto& session = *impl_->session;
   if (auto const own = session.owned(mode)) {
     std::vector<std::string> names;
-    for (auto const& entry : own->data->entries())
+    bool files = false;
+    for (auto const& entry : own->data->entries()) {
       names.push_back(utf8Of(entry.first));
-    return toUtf16(names);
+      files = files || entry.second.index() == 2;
+    }
+    bool const cut = files && own->data->clipboardAction() == PFClipboardAction::cut;
+    return toUtf16(listedTypes(mimeTypesFromTargets(names), cut));
   }
-  return toUtf16(session.offeredTypes(mode));
+  auto const offered = mimeTypesFromTargets(session.offeredTypes(mode));
+  // Only a file manager's own list says whether its files are cut. An owner that lists it and
+  // then fails to send it still has its types listed.
+  bool cut = false;
+  if (auto const source = cutStateSource(offered)) {
+    try {
+      auto const start =
+          session.startRead(mode, [source = *source](std::vector<std::string> const& types) {
+            return findType(types, source);
+          });
+      if (start) {
+        FdGuard guard(start->fd);
+        auto const files = decodeCopiedFiles(readPipe(start->fd, impl_->limits()).joined());
+        cut = files && files->action == PFClipboardAction::cut;
+      }
+    } catch (std::runtime_error const&) {
+    }
+  }
+  return toUtf16(listedTypes(offered, cut));
 }
 
 ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
@@ -203,19 +227,31 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
   if (auto const own = session.owned(mode))
     return readOwn(*own, mime, kind);
 
-  auto const start = session.startRead(mode, [&mime, kind](std::vector<std::string> const& types) {
-    return chooseType(types, mime, kind);
+  // Copied by value: a read that gives up waiting leaves the choice to run later.
+  auto const start = session.startRead(mode, [mime, kind](std::vector<std::string> const& types) {
+    if (auto type = chooseType(types, mime, kind))
+      return type;
+    // A type the owner does not offer, made from one it does (a file manager's list,
+    // another image format).
+    return derivedSource(mime, types);
   });
   if (!start)
     return {};
   FdGuard guard(start->fd);
+  bool const derived = !chooseType(start->offered, mime, kind);
   auto const received = readPipe(start->fd, impl_->limits());
   ClipboardContent result;
-  if (kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
+  if (derived) {
+    try {
+      result = derivedContent(mime, start->type, received.joined());
+    } catch (std::invalid_argument const& error) {
+      throw std::runtime_error(std::string("Wayland clipboard: ") + error.what());
+    }
+  } else if (kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
     // Decoded into room reserved and faulted in once: at most one unit per byte.
     std::u16string text;
     text.reserve(received.size + 2);
-    prefault(text.data(), text.capacity() * sizeof(char16_t));
+    fl::strings::prefault(text.data(), text.capacity() * sizeof(char16_t));
     Utf8Decoder decoder;
     for (auto const& piece : received.pieces)
       decoder.feed(piece, text);

@@ -59,11 +59,13 @@ struct OwnPayload {
   std::vector<formats::OfferedType> types;
 };
 
-// A read under way: the pipe to read from, the type asked for, and the offer it came from.
+// A read under way: the pipe to read from, the type asked for, the offer it came from and the
+// types that offer holds.
 struct ReadStart {
   int fd = -1;
   std::string type;
   std::uint64_t generation = 0;
+  std::vector<std::string> offered;
 };
 
 struct SessionConfig {
@@ -174,10 +176,6 @@ struct ReadLimits {
   Clock::duration whole;
   std::size_t maxBytes;
 };
-
-// Backs a fresh large buffer with huge pages where the kernel allows and faults it in with one
-// call instead of one trap per page; the contents stay as they are. Only an optimization.
-void prefault(void* data, std::size_t size) noexcept;
 
 // What came through a pipe, in pieces of 1 MiB filled in place: nothing is copied or regrown
 // while the data arrives, and the result is built once its size is known.

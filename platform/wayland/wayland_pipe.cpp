@@ -1,7 +1,6 @@
 // Reading what an owner writes into a pipe, with a deadline on every wait.
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,19 +15,6 @@
 
 namespace pf::clipboard::wayland {
 
-void prefault(void* data, std::size_t size) noexcept {
-  constexpr std::size_t kWorthIt = std::size_t{512} << 10;
-  if (size < kWorthIt)
-    return;
-  auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-  auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
-  auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
-  if (end > begin) {
-    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
-  }
-}
-
 void widenPipe(int fd) noexcept {
   // 1 MiB is the default limit for unprivileged processes (fs/pipe-max-size).
   ::fcntl(fd, F_SETPIPE_SZ, 1 << 20);
@@ -37,7 +23,7 @@ void widenPipe(int fd) noexcept {
 std::string Received::joined() const {
   std::string out;
   out.reserve(size);
-  prefault(out.data(), size);
+  fl::strings::prefault(out.data(), size);
   for (auto const& piece : pieces)
     out.append(piece);
   return out;
@@ -74,7 +60,7 @@ Received readPipe(int fd, ReadLimits const& limits) {
     // time leaves no trail of mostly empty pieces.
     if (received.pieces.empty() || received.pieces.back().size() == kPiece) {
       received.pieces.emplace_back().reserve(kPiece);
-      prefault(received.pieces.back().data(), kPiece);
+      fl::strings::prefault(received.pieces.back().data(), kPiece);
     }
     auto& piece = received.pieces.back();
     auto const used = piece.size();

@@ -311,28 +311,56 @@ std::optional<ReadStart> Session::startRead(
     std::function<std::optional<std::string>(std::vector<std::string> const&)> choose) {
   checkMode(mode);
   int const index = indexOf(mode);
-  return call<std::optional<ReadStart>>([this, index, choose](auto const& promise) {
-    auto const it = offers_.find(current_[index]);
-    if (it == offers_.end()) {
-      promise->set_value(std::nullopt);
-      return;
-    }
-    auto type = choose(it->second->types);
-    if (!type) {
-      promise->set_value(std::nullopt);
-      return;
-    }
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0)
-      throw std::runtime_error("Wayland clipboard: pipe failed");
-    widenPipe(fds[0]);
-    // libwayland sends a duplicate of the write end; ours closes now, so that the read end sees
-    // the end of the data once the owner closes its copy.
-    wl_proxy_marshal_flags(it->first, op::offerReceive, nullptr, version_, 0, type->c_str(),
-                           fds[1]);
-    ::close(fds[1]);
-    promise->set_value(ReadStart{fds[0], std::move(*type), generation_[index]});
-  });
+  // A caller that stops waiting is gone before the pipe is made, or takes it along unread: the
+  // one who comes second closes it.
+  struct Handoff {
+    std::mutex mutex;
+    bool gaveUp = false;
+    int fd = -1;
+  };
+  auto handoff = std::make_shared<Handoff>();
+  try {
+    auto start =
+        call<std::optional<ReadStart>>([this, index, choose, handoff](auto const& promise) {
+          auto const it = offers_.find(current_[index]);
+          if (it == offers_.end()) {
+            promise->set_value(std::nullopt);
+            return;
+          }
+          auto type = choose(it->second->types);
+          if (!type) {
+            promise->set_value(std::nullopt);
+            return;
+          }
+          int fds[2];
+          if (::pipe2(fds, O_CLOEXEC) != 0)
+            throw std::runtime_error("Wayland clipboard: pipe failed");
+          widenPipe(fds[0]);
+          // libwayland sends a duplicate of the write end; ours closes now, so that the read end
+          // sees the end of the data once the owner closes its copy.
+          wl_proxy_marshal_flags(it->first, op::offerReceive, nullptr, version_, 0, type->c_str(),
+                                 fds[1]);
+          ::close(fds[1]);
+          std::lock_guard<std::mutex> lock(handoff->mutex);
+          if (handoff->gaveUp) {
+            ::close(fds[0]);
+            return;
+          }
+          handoff->fd = fds[0];
+          promise->set_value(
+              ReadStart{fds[0], std::move(*type), generation_[index], it->second->types});
+        });
+    std::lock_guard<std::mutex> lock(handoff->mutex);
+    handoff->fd = -1;  // ours now
+    return start;
+  } catch (...) {
+    std::lock_guard<std::mutex> lock(handoff->mutex);
+    handoff->gaveUp = true;
+    if (handoff->fd >= 0)
+      ::close(handoff->fd);  // answered just after the wait ended
+    handoff->fd = -1;
+    throw;
+  }
 }
 
 bool Session::stillCurrent(PFClipboardMode mode, std::uint64_t generation) {

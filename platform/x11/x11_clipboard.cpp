@@ -1,8 +1,5 @@
 #include "platform/x11/x11_clipboard.hpp"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -14,6 +11,7 @@
 #include "platform/formats/derived_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
+#include "platform/string_room.hpp"
 #include "platform/x11/x11_internal.h"
 
 namespace pf::clipboard {
@@ -35,22 +33,6 @@ void checkMode(PFClipboardMode mode) {
   }
 }
 
-// Backs a fresh large buffer with huge pages where the kernel allows, and faults them in with one
-// call instead of one trap per page; the contents stay as they are. Only an optimization: a
-// kernel without either just says no.
-void prefault(void* data, std::size_t size) {
-  constexpr std::size_t kWorthIt = std::size_t{8} << 20;
-  if (size < kWorthIt)
-    return;
-  auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-  auto const begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) & ~(page - 1);
-  auto const end = (reinterpret_cast<std::uintptr_t>(data) + size) & ~(page - 1);
-  if (end > begin) {
-    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
-  }
-}
-
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
 // decoded piece by piece into a string reserved once.
 std::optional<std::u16string> textOf(Transfer const& transfer, std::string const& typeName) {
@@ -61,7 +43,7 @@ std::optional<std::u16string> textOf(Transfer const& transfer, std::string const
   }
   std::u16string text;
   text.reserve(transfer.size + 2);
-  prefault(text.data(), text.capacity() * sizeof(char16_t));
+  fl::strings::prefault(text.data(), text.capacity() * sizeof(char16_t));
   Utf8Decoder decoder;
   transfer.forEachPiece([&](std::string_view piece) { decoder.feed(piece, text); });
   decoder.finish(text);

@@ -1,9 +1,11 @@
 // A misbehaving client for the tests, on the raw protocol. As an owner it offers one type and then
 // either never answers a paste (stall) or writes some bytes and dies (die-after=N). As a paste
 // target (receive-stall=SECONDS) it asks for TYPE, reads nothing for that long, then reads to the
-// end and prints how many bytes came.
+// end and prints how many bytes came. As an owner that behaves (serve=FILE) it offers TYPE alone
+// and answers every paste with the file's bytes.
 //
-//   wayland_peer ext|wlr stall|die-after=N|receive-stall=S TYPE   (WAYLAND_DISPLAY: the compositor)
+//   wayland_peer ext|wlr stall|die-after=N|receive-stall=S|serve=FILE TYPE
+//   (WAYLAND_DISPLAY: the compositor)
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -14,6 +16,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,6 +30,8 @@ bool g_ext = false;
 long g_dieAfter = -1;  // -1: stall
 int g_receiveStall = -1;
 char const* g_type = "";
+std::string g_served;
+bool g_serve = false;
 int g_pipe = -1;
 int g_socket = -1;
 std::vector<int> g_held;
@@ -40,6 +46,17 @@ void onGlobal(void*, wl_registry*, std::uint32_t name, char const* interface, st
 }
 
 void onSend(int fd) {
+  if (g_serve) {
+    std::size_t done = 0;
+    while (done < g_served.size()) {
+      auto const n = ::write(fd, g_served.data() + done, g_served.size() - done);
+      if (n <= 0)
+        break;
+      done += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+    return;
+  }
   if (g_dieAfter < 0) {
     g_held.push_back(fd);  // never written, never closed
     return;
@@ -99,7 +116,7 @@ void drainLater(wl_display* display) {
 
 int main(int argc, char** argv) {
   if (argc != 4) {
-    std::fprintf(stderr, "usage: wayland_peer ext|wlr stall|die-after=N TYPE\n");
+    std::fprintf(stderr, "usage: wayland_peer ext|wlr stall|die-after=N|serve=FILE TYPE\n");
     return 2;
   }
   g_ext = std::strcmp(argv[1], "ext") == 0;
@@ -107,7 +124,15 @@ int main(int argc, char** argv) {
     g_dieAfter = std::atol(argv[2] + 10);
   if (std::strncmp(argv[2], "receive-stall=", 14) == 0)
     g_receiveStall = std::atoi(argv[2] + 14);
+  if (std::strncmp(argv[2], "serve=", 6) == 0) {
+    std::ifstream in(argv[2] + 6, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    g_served = bytes.str();
+    g_serve = true;
+  }
   g_type = argv[3];
+  ::signal(SIGPIPE, SIG_IGN);
   wl_display* display = wl_display_connect(nullptr);
   if (display == nullptr)
     return 1;
