@@ -14,31 +14,47 @@ namespace fl::strings {
 // the friend it defines hands the member out.
 namespace {
 
-using SetLength = void (std::string::*)(std::string::size_type);
+template <class String>
+using SetLength = void (String::*)(typename String::size_type);
 
-SetLength set_length_member();
+SetLength<std::string> set_length_member(std::string*);
+SetLength<std::u16string> set_length_member(std::u16string*);
 
-template <SetLength kMember>
+template <class String, SetLength<String> kMember>
 struct SetLengthKey {
-  friend SetLength set_length_member() { return kMember; }
+  friend SetLength<String> set_length_member(String*) { return kMember; }
 };
 
-template struct SetLengthKey<&std::string::_M_set_length>;
+template struct SetLengthKey<std::string, &std::string::_M_set_length>;
+template struct SetLengthKey<std::u16string, &std::u16string::_M_set_length>;
 
-}  // namespace
-
-void grow_uninitialized(std::string& text, std::size_t size) {
+template <class String>
+void grow(String& text, std::size_t size) {
   if (size <= text.size()) {
     text.resize(size);
     return;
   }
   text.reserve(size);
-  (text.*set_length_member())(size);
+  (text.*set_length_member(static_cast<String*>(nullptr)))(size);
+}
+
+}  // namespace
+
+void grow_uninitialized(std::string& text, std::size_t size) {
+  grow(text, size);
+}
+
+void grow_uninitialized(std::u16string& text, std::size_t size) {
+  grow(text, size);
 }
 
 #else
 
 void grow_uninitialized(std::string& text, std::size_t size) {
+  text.resize(size);
+}
+
+void grow_uninitialized(std::u16string& text, std::size_t size) {
   text.resize(size);
 }
 

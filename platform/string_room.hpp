@@ -12,6 +12,8 @@ namespace fl::strings {
 // libstdc++, bytes from the old size on hold whatever the buffer held, and the caller must
 // write each one before anything reads it; elsewhere they are zeros.
 void grow_uninitialized(std::string& text, std::size_t size);
+// The same for UTF-16 text (units rather than bytes).
+void grow_uninitialized(std::u16string& text, std::size_t size);
 
 // Backs a fresh large buffer with huge pages where the kernel allows and faults it in with one
 // call instead of one trap per page; the contents stay as they are. Buffers under 512 KiB are

@@ -204,7 +204,14 @@ INSTANTIATE_TEST_SUITE_P(
                       "\x80\xBF\xFE\xFF\xC0\xAF\xC1\xBF",          // never valid
                       "\xE0\x80\xAF\xED\xA0\x80\xF4\x90\x80\x80",  // overlong, surrogate, too big
                       "\xF0\x80\x80\x80"
-                      "abcdefgh\xE0\xA0\x80"));
+                      "abcdefgh\xE0\xA0\x80",
+                      // Runs of sixteen and more, broken at each place of a wide block.
+                      "0123456789abcdefghijklmnopqrstuv\xC3\xA9wxyz0123456789ABCDEF",
+                      "0123456789abcde\xE2\x98\x83"
+                      "0123456789abcdef0123456789abcdef!",
+                      "0123456789abcdef\xF0\x9F\x98\x80"
+                      "0123456789abcdef\x80"
+                      "0123456789abcdef"));
 
 TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
   EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");

@@ -1,5 +1,5 @@
-// fl::strings::grow_uninitialized: the size it sets, and the bytes it must keep, across the
-// small-string buffer, reallocations and shrinking.
+// fl::strings::grow_uninitialized, for byte and UTF-16 strings: the size it sets, and the units
+// it must keep, across the small-string buffer, reallocations and shrinking.
 #include "platform/string_room.hpp"
 
 #include <gtest/gtest.h>
@@ -17,28 +17,36 @@ struct Resize {
 
 class GrowUninitialized : public ::testing::TestWithParam<Resize> {};
 
-TEST_P(GrowUninitialized, SetsTheSizeAndKeepsTheBytesBelowIt) {
-  std::string text;
-  for (std::size_t i = 0; i < GetParam().from; ++i) {
-    text += static_cast<char>('a' + i % 26);
+template <class String>
+void growAndCheck(Resize const& r) {
+  using Unit = typename String::value_type;
+  String text;
+  for (std::size_t i = 0; i < r.from; ++i) {
+    text += static_cast<Unit>('a' + i % 26);
   }
-  std::string const before = text;
-  fl::strings::grow_uninitialized(text, GetParam().to);
-  ASSERT_EQ(text.size(), GetParam().to);
-  EXPECT_EQ(text.compare(0, std::min(GetParam().from, GetParam().to), before, 0,
-                         std::min(GetParam().from, GetParam().to)),
-            0);
-  EXPECT_EQ(text.c_str()[text.size()], '\0');
-  // The new bytes are the caller's to write, and the string keeps them.
+  String const before = text;
+  fl::strings::grow_uninitialized(text, r.to);
+  ASSERT_EQ(text.size(), r.to);
+  EXPECT_EQ(text.compare(0, std::min(r.from, r.to), before, 0, std::min(r.from, r.to)), 0);
+  EXPECT_EQ(text.c_str()[text.size()], Unit{0});
+  // The new units are the caller's to write, and the string keeps them.
   for (std::size_t i = before.size(); i < text.size(); ++i) {
-    text[i] = 'z';
+    text[i] = Unit{'z'};
   }
-  text += '!';
-  EXPECT_EQ(text.size(), GetParam().to + 1);
-  EXPECT_EQ(text.back(), '!');
-  if (GetParam().to > GetParam().from) {
-    EXPECT_EQ(text[GetParam().to - 1], 'z');
+  text += Unit{'!'};
+  EXPECT_EQ(text.size(), r.to + 1);
+  EXPECT_EQ(text.back(), Unit{'!'});
+  if (r.to > r.from) {
+    EXPECT_EQ(text[r.to - 1], Unit{'z'});
   }
+}
+
+TEST_P(GrowUninitialized, SetsTheSizeAndKeepsTheBytesBelowIt) {
+  growAndCheck<std::string>(GetParam());
+}
+
+TEST_P(GrowUninitialized, SetsTheSizeAndKeepsTheUnitsBelowItInUtf16Text) {
+  growAndCheck<std::u16string>(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, GrowUninitialized,
