@@ -1,6 +1,6 @@
 // The clipboard panel: wires the page's controls to the host connection.
 import { HostConnection } from './host_connection.js';
-import { renderPreview, COPIED_FILES } from './preview.js';
+import { renderPreview, COPIED_FILES, CUT_MARK } from './preview.js';
 
 const $ = (id) => document.getElementById(id);
 
@@ -85,8 +85,11 @@ $('paste').addEventListener('click', async () => {
     return;
   }
   const wanted = [...asked];
-  if (asked.includes('text/uri-list') && !asked.includes(COPIED_FILES)) {
-    wanted.push(COPIED_FILES); // the file list's action, when the owner offers it as text
+  if (asked.includes('text/uri-list')) {
+    // The file list's action comes along: the cut mark, or the copied-files text.
+    for (const extra of [CUT_MARK, COPIED_FILES]) {
+      if (!asked.includes(extra) && (extra !== CUT_MARK || flavors.includes(extra))) wanted.push(extra);
+    }
   }
   const reply = await attempt('Paste', () => host.request('get', { flavors: wanted }, 0));
   if (reply) renderPreview($('preview'), reply, asked);

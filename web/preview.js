@@ -2,6 +2,8 @@
 // it (text as text, HTML rendered without scripts, images as images, file lists as paths).
 
 const COPIED_FILES = 'x-special/gnome-copied-files';
+// Listed beside a file list whose files were cut (by either convention), holding "1".
+const CUT_MARK = 'application/x-kde-cutselection';
 
 function el(tag, props = {}, ...children) {
   const node = document.createElement(tag);
@@ -15,8 +17,10 @@ function describeSize(text) {
   return bytes < 1024 ? `${bytes} bytes` : `${(bytes / 1024).toFixed(1)} KiB`;
 }
 
-// The action of a file list, from the GNOME copied-files flavor ("cut\nfile:///...").
+// The action of a file list: cut when the cut mark says so, else from the GNOME copied-files
+// flavor ("cut\nfile:///...") when an owner offers it as text.
 function fileAction(items) {
+  if (String(items[CUT_MARK] ?? '').trim() === '1') return 'cut';
   const copied = items[COPIED_FILES];
   if (typeof copied !== 'string') return null;
   const first = copied.split('\n', 1)[0].trim();
@@ -78,4 +82,4 @@ export function renderPreview(container, reply, asked) {
   }
 }
 
-export { COPIED_FILES };
+export { COPIED_FILES, CUT_MARK };

@@ -168,6 +168,18 @@ describe('the page and the X11 clipboard', () => {
     await context.close();
   });
 
+  test('files cut in a file manager show as a cut file list', async () => {
+    const { page, context } = await openPage();
+    await xclipIn(display, 'cut\nfile:///home/me/a%20b.txt', 'x-special/gnome-copied-files');
+    await waitFor(async () => (await flavorsShown(page)).includes('application/x-kde-cutselection'),
+      'the cut mark in the flavor list');
+    await paste(page, ['text/uri-list']);
+    const card = '#preview .item[data-mime="text/uri-list"]';
+    assert.deepEqual(await page.$$eval(`${card} li`, (li) => li.map((l) => l.textContent)), ['/home/me/a b.txt']);
+    assert.equal(await page.textContent(`${card} .action`), 'Cut (move)');
+    await context.close();
+  });
+
   test('two pages get their own notifications; closing one leaves the other working', async () => {
     const first = await openPage();
     const second = await openPage({ width: 420, height: 800 });
@@ -201,6 +213,10 @@ describe('the page and the X11 clipboard', () => {
     owner.kill('SIGSTOP');
     try {
       await stuck.page.click('#paste'); // its get waits for an owner that never answers
+      // Give the host time to begin that read: a get that reached it only after the other page
+      // took the clipboard would be answered from our own copy, and prove nothing.
+      await new Promise((r) => setTimeout(r, 1000));
+      assert.equal(await stuck.page.$$eval('#preview > *', (children) => children.length), 0);
       await other.page.fill('#text-input', 'while the other page waits');
       await other.page.click('#copy-text');
       await waitFor(async () => (await xclipOut(display).catch(() => Buffer.alloc(0))).toString() === 'while the other page waits',
