@@ -22,9 +22,10 @@ class X11Host : public ::testing::Test {
     GTEST_SKIP() << "this build has no X11 backend";
 #endif
     try {
-      // -displayfd picks a free display and writes its number to our pipe.
+      // -displayfd picks a free display and writes its number to our pipe; -noreset keeps the
+      // server up between clients (a reset when the last one leaves refuses the next one).
       xvfb_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-          "Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "320x240x24"});
+          "Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0", "320x240x24"});
     } catch (std::exception const& e) {
       GTEST_SKIP() << "no Xvfb: " << e.what();
     }

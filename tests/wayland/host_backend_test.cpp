@@ -22,10 +22,10 @@ class Xvfb {
  public:
   Xvfb() {
     auto const out = dir_.path() + "/display";
-    process_ =
-        std::make_unique<Process>(std::vector<std::string>{"Xvfb", "-displayfd", "1", "-nolisten",
-                                                           "tcp", "-screen", "0", "320x200x24"},
-                                  std::vector<std::string>{}, Process::Io{"/dev/null", out});
+    process_ = std::make_unique<Process>(
+        std::vector<std::string>{"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset",
+                                 "-screen", "0", "320x200x24"},
+        std::vector<std::string>{}, Process::Io{"/dev/null", out});
     auto const end = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < end) {
       auto const text = readFile(out);

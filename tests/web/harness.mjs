@@ -32,7 +32,7 @@ export async function stopAll() {
 }
 
 export async function startXvfb() {
-  const child = track(spawn('Xvfb', ['-displayfd', '3', '-nolisten', 'tcp', '-screen', '0', '1280x800x24'], {
+  const child = track(spawn('Xvfb', ['-displayfd', '3', '-nolisten', 'tcp', '-noreset', '-screen', '0', '1280x800x24'], {
     stdio: ['ignore', 'ignore', 'pipe', 'pipe'],
   }));
   const display = await new Promise((resolve, reject) => {
