@@ -121,4 +121,20 @@ ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::stri
   return {};
 }
 
+std::optional<ClipboardContent> ownEntry(PFClipboardData const& data, std::string const& mime,
+                                         ReadKind kind) {
+  for (auto const& [name, content] : data.entries()) {
+    if (equalsNoCase(utf8Of(name), mime))
+      return content;
+  }
+  if (kind == ReadKind::text && isTextTarget(mime)) {
+    for (auto const& [name, content] : data.entries()) {
+      if (std::holds_alternative<std::u16string>(content) && isTextTarget(utf8Of(name)))
+        return content;
+    }
+    return ClipboardContent{};
+  }
+  return std::nullopt;
+}
+
 }  // namespace pf::clipboard::formats

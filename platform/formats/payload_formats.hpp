@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,5 +36,26 @@ std::vector<OfferedType> offeredTypes(PFClipboardData const& data);
 
 // The content of `data` read under `typeName`, as a read of `kind` returns it.
 ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data);
+
+// What a read of `mime` gets from a payload we own, when the payload itself answers: the entry
+// written under that name as it was written, or for a text type any text entry (nothing when
+// there is none). nullopt: ask the offered types instead.
+std::optional<ClipboardContent> ownEntry(PFClipboardData const& data, std::string const& mime,
+                                         ReadKind kind);
+
+// A read of our own payload: its own entry where it has one, else what another program would
+// get under that name from `offered` (elements with a `name` and shared `data` bytes).
+template <class Offered>
+ClipboardContent readOwnPayload(PFClipboardData const& data, Offered const& offered,
+                                std::string const& mime, ReadKind kind) {
+  if (auto entry = ownEntry(data, mime, kind))
+    return std::move(*entry);
+  std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
+  for (auto const& type : offered) {
+    if (equalsNoCase(type.name, wanted))
+      return contentOf(kind, type.name, *type.data);
+  }
+  return {};
+}
 
 }  // namespace pf::clipboard::formats

@@ -98,28 +98,6 @@ std::optional<std::string> chooseType(std::vector<std::string> const& offered,
   return std::nullopt;
 }
 
-// Reads from our own payload: what was written under that name as it was written, else what
-// another program would get for that type.
-ClipboardContent readOwn(OwnPayload const& payload, std::string const& mime, ReadKind kind) {
-  for (auto const& [name, content] : payload.data->entries()) {
-    if (equalsNoCase(utf8Of(name), mime))
-      return content;
-  }
-  if (kind == ReadKind::text && isTextTarget(mime)) {
-    for (auto const& [name, content] : payload.data->entries()) {
-      if (content.index() == 1 && isTextTarget(utf8Of(name)))
-        return content;
-    }
-    return {};
-  }
-  std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
-  for (auto const& type : payload.types) {
-    if (equalsNoCase(type.name, wanted))
-      return contentOf(kind, type.name, *type.data);
-  }
-  return {};
-}
-
 std::vector<std::u16string> toUtf16(std::vector<std::string> const& mimes) {
   std::vector<std::u16string> out;
   for (auto const& mime : mimes)
@@ -225,7 +203,7 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
   if (kind == ReadKind::none)
     return {};
   if (auto const own = session.owned(mode))
-    return readOwn(*own, mime, kind);
+    return readOwnPayload(*own->data, own->types, mime, kind);
 
   // Copied by value: a read that gives up waiting leaves the choice to run later.
   auto const start = session.startRead(mode, [mime, kind](std::vector<std::string> const& types) {

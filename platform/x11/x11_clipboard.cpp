@@ -81,28 +81,6 @@ struct PFX11Clipboard::Impl {
     return atomCache.name(conn, type);
   }
 
-  // Reads from our own payload: what was written under that name as it was written, else what
-  // another program would get for that target.
-  static ClipboardContent readOwn(Payload const& payload, std::string const& mime, ReadKind kind) {
-    for (auto const& [name, content] : payload.data->entries()) {
-      if (equalsNoCase(utf8Of(name), mime))
-        return content;
-    }
-    if (kind == ReadKind::text && isTextTarget(mime)) {
-      for (auto const& [name, content] : payload.data->entries()) {
-        if (content.index() == 1 && isTextTarget(utf8Of(name)))
-          return content;
-      }
-      return {};
-    }
-    std::string const wanted = kind == ReadKind::svg ? std::string("image/svg+xml") : mime;
-    for (auto const& served : payload.targets) {
-      if (equalsNoCase(served.name, wanted))
-        return contentOf(kind, served.name, *served.data);
-    }
-    return {};
-  }
-
   static std::vector<std::u16string> listOwn(Payload const& payload) {
     std::vector<std::string> names;
     bool files = false;
@@ -259,7 +237,7 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
   if (kind == ReadKind::none)
     return {};
   if (auto const own = impl.owner->payload(mode))
-    return Impl::readOwn(*own, mime, kind);
+    return readOwnPayload(*own->data, own->targets, mime, kind);
 
   auto lease = impl.readers->acquire();
   auto const selection = impl.atoms.selection(mode);
