@@ -67,4 +67,15 @@ void ChangeNotifier::post(PFClipboardMode mode) {
   state_->wake.notify_one();
 }
 
+std::shared_ptr<ChangeNotifier> makeBackendNotifier(
+    bool emitChangeEvents, std::function<void(PFClipboardMode)> onSelectionChanged) {
+  return std::make_shared<ChangeNotifier>(
+      [emitChangeEvents, hook = std::move(onSelectionChanged)](PFClipboardMode mode) {
+        if (emitChangeEvents && mode == PFClipboardMode::clipboard)
+          notifyClipboardChanged();
+        if (hook)
+          hook(mode);
+      });
+}
+
 }  // namespace pf::clipboard

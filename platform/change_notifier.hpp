@@ -29,4 +29,9 @@ class ChangeNotifier {
   std::thread thread_;
 };
 
+// The notifier of a backend: each change of the system clipboard emits the change event when
+// `emitChangeEvents`, and every change of either mode goes to `onSelectionChanged` when set.
+std::shared_ptr<ChangeNotifier> makeBackendNotifier(
+    bool emitChangeEvents, std::function<void(PFClipboardMode)> onSelectionChanged);
+
 }  // namespace pf::clipboard

@@ -122,14 +122,8 @@ PFWaylandClipboard::PFWaylandClipboard(PFWaylandClipboardOptions options)
     : impl_(std::make_unique<Impl>()) {
   auto& impl = *impl_;
   impl.options = std::move(options);
-  bool const emit = impl.options.emitChangeEvents;
-  auto hook = impl.options.onSelectionChanged;
-  impl.notifier = std::make_shared<ChangeNotifier>([emit, hook](PFClipboardMode mode) {
-    if (emit && mode == PFClipboardMode::clipboard)
-      notifyClipboardChanged();
-    if (hook)
-      hook(mode);
-  });
+  impl.notifier =
+      makeBackendNotifier(impl.options.emitChangeEvents, impl.options.onSelectionChanged);
   SessionConfig config;
   config.display = impl.options.display;
   config.protocol = impl.options.protocol;

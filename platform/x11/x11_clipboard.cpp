@@ -157,14 +157,8 @@ PFX11Clipboard::PFX11Clipboard(PFX11ClipboardOptions options)
     impl.atoms = Atoms::intern(lease->get());
     lease.keep();
   }
-  bool const emit = impl.options.emitChangeEvents;
-  auto hook = impl.options.onSelectionChanged;
-  impl.notifier = std::make_shared<ChangeNotifier>([emit, hook](PFClipboardMode mode) {
-    if (emit && mode == PFClipboardMode::clipboard)
-      notifyClipboardChanged();
-    if (hook)
-      hook(mode);
-  });
+  impl.notifier =
+      makeBackendNotifier(impl.options.emitChangeEvents, impl.options.onSelectionChanged);
   OwnerConfig config;
   config.display = impl.options.display;
   config.chunkTimeout = impl.options.ownerChunkTimeout;

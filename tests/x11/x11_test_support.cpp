@@ -448,20 +448,6 @@ pf::clipboard::PFX11ClipboardOptions options() {
   return o;
 }
 
-std::vector<std::byte> bytesOf(std::string const& text) {
-  std::vector<std::byte> out(text.size());
-  if (!text.empty())
-    std::memcpy(out.data(), text.data(), text.size());
-  return out;
-}
-
-std::string stringOf(std::vector<std::byte> const& bytes) {
-  std::string out(bytes.size(), '\0');
-  if (!bytes.empty())
-    std::memcpy(out.data(), bytes.data(), bytes.size());
-  return out;
-}
-
 std::string samplePng() {
   std::vector<std::uint8_t> rgba(9 * 4 * 4);
   for (std::size_t i = 0; i < rgba.size(); ++i)

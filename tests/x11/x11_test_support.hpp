@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/event.hpp"
+#include "platform/formats/payload_formats.hpp"
 #include "platform/x11/x11_clipboard.hpp"
 
 struct xcb_connection_t;
@@ -151,8 +152,8 @@ class Changes {
 // Backend options for tests: our display and short timeouts, so that failures are quick.
 pf::clipboard::PFX11ClipboardOptions options();
 
-std::vector<std::byte> bytesOf(std::string const& text);
-std::string stringOf(std::vector<std::byte> const& bytes);
+using pf::clipboard::formats::bytesOf;
+using pf::clipboard::formats::stringOf;
 // A small valid PNG, encoded by the library.
 std::string samplePng();
 
