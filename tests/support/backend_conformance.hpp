@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -255,7 +256,14 @@ TEST_P(BackendConformance, ConcurrentReadersSeeWholePayloads) {
   });
   std::thread reader([&] {
     while (!stop) {
-      auto const content = backend->read(u"text/plain", PFClipboardMode::clipboard);
+      ClipboardContent content;
+      try {
+        content = backend->read(u"text/plain", PFClipboardMode::clipboard);
+      } catch (std::runtime_error const&) {
+        // A backend that cannot tell a replaced owner from a dead one may refuse the read
+        // instead: an error, never part of a payload.
+        continue;
+      }
       if (content.index() == 1) {
         auto const& text = std::get<1>(content);
         if (text != a && text != b) {
