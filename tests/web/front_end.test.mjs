@@ -239,7 +239,11 @@ describe('the page and the X11 clipboard', () => {
     await xclipIn(display, '<p>Quarterly <b>figures</b> — see <i>table 3</i></p>', 'text/html');
     await page.fill('#text-input', 'Notes for the release — ✅ done');
     await page.click('#copy-text');
-    await waitFor(async () => (await flavorsShown(page)).includes('text/html'), 'text/html in the list');
+    // xclip's offer lists text/html too: wait for the page's own copy, which replaced it.
+    await waitFor(async () => {
+      const shown = await flavorsShown(page);
+      return shown.includes('text/plain') && shown.includes('text/html');
+    }, 'the page\'s copy in the list');
     await paste(page, ['text/plain', 'text/html']);
     const frame = await (await page.$('#preview .item[data-mime="text/html"] iframe')).contentFrame();
     await frame.waitForSelector('div');
