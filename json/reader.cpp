@@ -17,6 +17,7 @@
 
 #include "platform/i18n.hpp"
 #include "platform/json.hpp"
+#include "platform/string_room.hpp"
 
 namespace foundation::json {
 
@@ -296,34 +297,83 @@ inline int read_string(char const*& pos, char const* end, std::string& decoded,
   return read_escaped_string(pos, first, run_end, end, decoded, text);
 }
 
+// The bytes of a string without escapes, as they stand in the text. Converted to the key of a
+// map node or to the Value of a member or element, it is built right in that place (the
+// conversion's result initializes it directly), so each byte is copied once and a short string
+// with no call at all: a std::string built aside and moved in is two calls to memcpy.
+struct KeyText {
+  std::string_view text;
+  operator std::string() const {
+    std::string key;
+    fl::strings::assign_short(key, text.data(), text.size());
+    return key;
+  }
+};
+
+struct StringText {
+  char const* first;
+  std::size_t size;
+  operator Value() const {
+    Value value{std::string()};
+    fl::strings::assign_short(boost::get<std::string>(value), first, size);
+    return value;
+  }
+};
+
+// The seeds of an empty array or object, built in their place like StringText.
+struct EmptyArray {
+  operator Value() const { return Value(Array()); }
+};
+
+struct EmptyObject {
+  operator Value() const { return Value(Object()); }
+};
+
 // Where a value goes once read. Strings and scalars are read first and then built once, in
 // their place; an array or object cannot be moved without a new box, so its place is made
 // first, empty, and it is read into it.
 //
+// Each place's put builds the Value from a seed (a scalar, a StringText, a std::string, or an
+// empty container) and gives where it went, or nullptr when the value is to be dropped.
+//
 // A member of an object: its map node. When the key is already there the node made for it is
-// dropped (the first member of a key stays), and a container is read into scratch instead.
+// dropped (the first member of a key stays).
 struct MemberPlace {
   Object& members;
   // By reference: a copy of the view is one 16-byte load of the two 8-byte stores that the
   // key's reading has just made, which the store buffer cannot forward; each member waited.
   std::string_view const& key;
-  Value& scratch;
 
   template <class Seed>
-  Value& put(Seed&& seed) {
+  Value* put(Seed&& seed) {
     // One map operation: the node, key built from the text and value from the seed, is made
     // before the tree is searched. Members written in key order, as serializers of maps write
     // them, are placed after one comparison with the last key; others cost one comparison more
     // than a search from the root.
     std::size_t const before = members.size();
     auto const node =
-        members.emplace_hint(members.end(), std::piecewise_construct, std::forward_as_tuple(key),
+        members.emplace_hint(hint(), std::piecewise_construct, std::forward_as_tuple(KeyText{key}),
                              std::forward_as_tuple(std::forward<Seed>(seed)));
-    return members.size() != before ? node->second : scratch;
+    return members.size() != before ? &node->second : nullptr;
   }
   template <class Seed>
-  Value& container(Seed&& seed) {
+  Value* container(Seed&& seed) {
     return put(std::forward<Seed>(seed));
+  }
+
+  // Where the new key most likely goes: before the first key when its first byte sorts lower
+  // (then it is surely first, and the map checks that with one comparison instead of searching
+  // from the root after a failed comparison with the last key), else at the end. Requests
+  // often come as "requestid", "uid", then a member that sorts before both. Any hint is
+  // correct; a wrong one only costs comparisons.
+  Object::iterator hint() const {
+    auto const first = members.begin();
+    if (first != members.end() && !key.empty() && !first->first.empty() &&
+        static_cast<unsigned char>(key.front()) <
+            static_cast<unsigned char>(first->first.front())) {
+      return first;
+    }
+    return members.end();
   }
 };
 
@@ -332,12 +382,12 @@ struct ElementPlace {
   Array& elements;
 
   template <class Seed>
-  Value& put(Seed&& seed) {
+  Value* put(Seed&& seed) {
     make_room(elements);
-    return elements.emplace_back(std::forward<Seed>(seed));
+    return &elements.emplace_back(std::forward<Seed>(seed));
   }
   template <class Seed>
-  Value& container(Seed&& seed) {
+  Value* container(Seed&& seed) {
     return put(std::forward<Seed>(seed));
   }
 };
@@ -348,13 +398,13 @@ struct OutPlace {
   Value& out;
 
   template <class Seed>
-  Value& put(Seed&& seed) {
+  Value* put(Seed&& seed) {
     out = Value(std::forward<Seed>(seed));
-    return out;
+    return &out;
   }
   template <class Seed>
-  Value& container(Seed&&) {
-    return out;
+  Value* container(Seed&&) {
+    return &out;
   }
 };
 
@@ -403,10 +453,11 @@ class Reader {
   int put_object(char const*& pos, Place& place, int depth) const;
   template <class Place>
   int put_array(char const*& pos, Place& place, int depth) const;
+  int fresh_value(char const*& pos, Value* out, int depth) const;
   int fresh_object(char const*& pos, Value& out, int depth) const;
   int fresh_array(char const*& pos, Value& out, int depth) const;
   int special_member(char const*& pos, std::string_view key, TypedArrayState& state,
-                     Object& members, Value& scratch, int depth) const;
+                     Object& members, int depth) const;
   int data_member(char const*& pos, TypedArrayState& state, Value& out, int depth) const;
   void type_member(Value const& type_value, TypedArrayState& state, Object& members,
                    int& code) const;
@@ -462,7 +513,7 @@ FOUNDATION_JSON_SLOT int Reader::put_string(char const*& pos, Place& place) cons
   char const* const close = find_quote_or_backslash(first, end_);
   if (close != end_ && *close == '"') {
     // Built once, straight from the text, in its place.
-    place.put(std::string(first, close));
+    place.put(StringText{first, static_cast<std::size_t>(close - first)});
     pos = close + 1;
     return rc::ok;
   }
@@ -522,20 +573,28 @@ inline int Reader::put_literal(char const*& pos, std::string_view literal, Scala
 
 template <class Place>
 inline int Reader::put_object(char const*& pos, Place& place, int depth) const {
-  Value& slot = place.container(Object{});
-  if (slot.is<Object>()) {
-    return object(pos, slot.get<Object>(), depth);
+  Value* const slot = place.container(EmptyObject{});
+  if (slot != nullptr && slot->is<Object>()) {
+    return object(pos, boost::get<Object>(*slot), depth);
   }
-  return fresh_object(pos, slot, depth);
+  return fresh_value(pos, slot, depth);
 }
 
 template <class Place>
 inline int Reader::put_array(char const*& pos, Place& place, int depth) const {
-  Value& slot = place.container(Array{});
-  if (slot.is<Array>()) {
-    return array(pos, slot.get<Array>(), depth);
+  Value* const slot = place.container(EmptyArray{});
+  if (slot != nullptr && slot->is<Array>()) {
+    return array(pos, boost::get<Array>(*slot), depth);
   }
-  return fresh_array(pos, slot, depth);
+  return fresh_value(pos, slot, depth);
+}
+
+// An array or object read aside, then moved into out (a Value of another kind), or dropped
+// when out is nullptr (the member of a key already there).
+FOUNDATION_JSON_NOINLINE int Reader::fresh_value(char const*& pos, Value* out, int depth) const {
+  Value dropped;
+  Value& target = out != nullptr ? *out : dropped;
+  return *pos == '{' ? fresh_object(pos, target, depth) : fresh_array(pos, target, depth);
 }
 
 // Reading into a Value of another kind: read aside, then move in.
@@ -565,7 +624,8 @@ int Reader::value(char const*& pos, Value& out, int depth) const {
 // A "qvdata" or "qvtype" member, whose value may change how the other is read.
 FOUNDATION_JSON_NOINLINE int Reader::special_member(char const*& pos, std::string_view key,
                                                     TypedArrayState& state, Object& members,
-                                                    Value& scratch, int depth) const {
+                                                    int depth) const {
+  Value scratch;  // the value of a key already there, read and dropped
   // The node is made first, empty, and the value read into it: for "qvdata" that is where a
   // later "qvtype" finds it.
   auto const make = [&](auto&& seed) -> Value& {
@@ -678,7 +738,6 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
   // The key as it stands in the text, or decoded into decoded_key when it has escapes.
   std::string_view key;
   std::string decoded_key;
-  Value scratch;
   TypedArrayState state;
   for (;;) {
     int code = read_string(pos, end_, decoded_key, key);
@@ -702,9 +761,9 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     // it is read into its node. Nothing looks at the map while a value is read, so inserting
     // first is the same as inserting after, and on failure the whole map is dropped anyway.
     if (key.size() == qvdata_key.size() && (key == qvdata_key || key == qvtype_key)) {
-      code = special_member(pos, key, state, members, scratch, depth);
+      code = special_member(pos, key, state, members, depth);
     } else {
-      MemberPlace place{members, key, scratch};
+      MemberPlace place{members, key};
       code = read_value(pos, place, depth);
     }
     if (code != rc::ok) {

@@ -7,26 +7,9 @@
 
 namespace fl::strings {
 
-#if defined(__GLIBCXX__) && _GLIBCXX_USE_CXX11_ABI
+#if defined(FL_STRINGS_HAVE_SET_LENGTH)
 
-// libstdc++ sets a string's length (and its terminating NUL) without touching the bytes before
-// it in a private member function. An explicit instantiation may name a private member, and
-// the friend it defines hands the member out.
 namespace {
-
-template <class String>
-using SetLength = void (String::*)(typename String::size_type);
-
-SetLength<std::string> set_length_member(std::string*);
-SetLength<std::u16string> set_length_member(std::u16string*);
-
-template <class String, SetLength<String> kMember>
-struct SetLengthKey {
-  friend SetLength<String> set_length_member(String*) { return kMember; }
-};
-
-template struct SetLengthKey<std::string, &std::string::_M_set_length>;
-template struct SetLengthKey<std::u16string, &std::u16string::_M_set_length>;
 
 template <class String>
 void grow(String& text, std::size_t size) {
@@ -35,7 +18,7 @@ void grow(String& text, std::size_t size) {
     return;
   }
   text.reserve(size);
-  (text.*set_length_member(static_cast<String*>(nullptr)))(size);
+  detail::set_length(text, size);
 }
 
 }  // namespace
