@@ -92,6 +92,31 @@ inline char const* find_quote_or_backslash(char const* p, char const* end) {
   return p;
 }
 
+// The closing quote of a string whose bytes start at first, when no backslash comes before it;
+// nullptr when one does or the text ends first. A string of up to fifteen bytes is found in one
+// block: the quote's place comes from the quotes alone, and the backslashes are only checked
+// beside it, which keeps them off the path each next step waits on.
+inline char const* find_plain_string_end(char const* first, char const* end) {
+#if defined(__SSE2__)
+  if (end - first >= 16) {
+    __m128i const block = _mm_loadu_si128(reinterpret_cast<__m128i const*>(first));
+    auto const quotes =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8('"'))));
+    auto const backslashes =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8('\\'))));
+    unsigned const before_quote = (quotes & (0u - quotes)) - 1;  // all ones without a quote
+    if ((backslashes & before_quote) != 0) {
+      return nullptr;
+    }
+    if (quotes != 0) {
+      return first + __builtin_ctz(quotes);
+    }
+  }
+#endif
+  char const* const run_end = find_quote_or_backslash(first, end);
+  return run_end != end && *run_end == '"' ? run_end : nullptr;
+}
+
 // The number of ',' before the first ']' in [p, end): an upper bound on the elements of a
 // typed array, so that its vector is allocated once.
 std::size_t count_commas_before_bracket(char const* p, char const* end) {
@@ -288,13 +313,12 @@ inline int read_string(char const*& pos, char const* end, std::string& decoded,
     return rc::expected_string;
   }
   char const* const first = pos + 1;
-  char const* const run_end = find_quote_or_backslash(first, end);
-  if (run_end != end && *run_end == '"') {
-    text = std::string_view(first, static_cast<std::size_t>(run_end - first));
-    pos = run_end + 1;
+  if (char const* const close = find_plain_string_end(first, end); close != nullptr) {
+    text = std::string_view(first, static_cast<std::size_t>(close - first));
+    pos = close + 1;
     return rc::ok;
   }
-  return read_escaped_string(pos, first, run_end, end, decoded, text);
+  return read_escaped_string(pos, first, find_quote_or_backslash(first, end), end, decoded, text);
 }
 
 // The bytes of a string without escapes, as they stand in the text. Converted to the key of a
@@ -477,9 +501,12 @@ inline int Reader::read_value(char const*& pos, Place& place, int depth) const {
   if (pos == end_) {
     return rc::unexpected_end;
   }
+  // Strings first, outside the switch: most values of requests are strings, and a compare
+  // and a branch are cheaper than the switch's jump through a table.
+  if (*pos == '"') {
+    return put_string(pos, place);
+  }
   switch (*pos) {
-    case '"':
-      return put_string(pos, place);
     case '{':
       return put_object(pos, place, depth);
     case '[':
@@ -510,8 +537,7 @@ inline int Reader::read_value(char const*& pos, Place& place, int depth) const {
 template <class Place>
 FOUNDATION_JSON_SLOT int Reader::put_string(char const*& pos, Place& place) const {
   char const* const first = pos + 1;
-  char const* const close = find_quote_or_backslash(first, end_);
-  if (close != end_ && *close == '"') {
+  if (char const* const close = find_plain_string_end(first, end_); close != nullptr) {
     // Built once, straight from the text, in its place.
     place.put(StringText{first, static_cast<std::size_t>(close - first)});
     pos = close + 1;
