@@ -280,7 +280,7 @@ inline void make_room(Array& values) {
 #endif
 
 // Empties a container that was being filled in place, unless the reading succeeded (target
-// reset to null) or did not fill in place (null from the start).
+// reset to null).
 template <class Container>
 struct ClearOnFailure {
   Container* target;
@@ -744,7 +744,21 @@ int Reader::open_container(char const*& pos, char opening, char closing, int mis
   return rc::ok;
 }
 
+// Reading into a container that already holds something: read aside, then move in on success.
+template <class Container, class Read>
+FOUNDATION_JSON_NOINLINE int read_aside(Container& out, Read&& read) {
+  Container aside;
+  int const code = read(aside);
+  if (code == rc::ok) {
+    out = std::move(aside);
+  }
+  return code;
+}
+
 int Reader::object(char const*& pos, Object& out, int depth) const {
+  if (!out.empty()) {
+    return read_aside(out, [&](Object& aside) { return object(pos, aside, depth); });
+  }
   bool empty = false;
   if (int const opened = open_container(pos, '{', '}', rc::expected_object, depth, empty);
       opened != rc::ok || empty) {
@@ -754,13 +768,11 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     return opened;
   }
 
-  // The members go straight into out when it is empty, as it always is for a nested object
-  // (its node was just made): that saves a move and a map. A failure, or an exception, leaves
-  // it empty again, which is as it was.
-  Object aside;
-  bool const in_place = out.empty();
-  Object& members = in_place ? out : aside;
-  ClearOnFailure<Object> guard{in_place ? &out : nullptr};
+  // The members go straight into out, which is empty (as it always is for a nested object,
+  // whose node was just made). A failure, or an exception, leaves it empty again, which is as
+  // it was.
+  Object& members = out;
+  ClearOnFailure<Object> guard{&out};
   // The key as it stands in the text, or decoded into decoded_key when it has escapes.
   std::string_view key;
   std::string decoded_key;
@@ -807,9 +819,6 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
     }
     if (*pos == '}') {
       ++pos;
-      if (!in_place) {
-        out = std::move(members);
-      }
       guard.target = nullptr;
       return rc::ok;
     }
@@ -818,6 +827,9 @@ int Reader::object(char const*& pos, Object& out, int depth) const {
 }
 
 int Reader::array(char const*& pos, Array& out, int depth) const {
+  if (!out.empty()) {
+    return read_aside(out, [&](Array& aside) { return array(pos, aside, depth); });
+  }
   bool empty = false;
   if (int const opened = open_container(pos, '[', ']', rc::expected_array, depth, empty);
       opened != rc::ok || empty) {
@@ -827,12 +839,9 @@ int Reader::array(char const*& pos, Array& out, int depth) const {
     return opened;
   }
 
-  // As in object: each element is read in place at the back, into out when it is empty; a
-  // failure drops them all.
-  Array aside;
-  bool const in_place = out.empty();
-  Array& elements = in_place ? out : aside;
-  ClearOnFailure<Array> guard{in_place ? &out : nullptr};
+  // As in object: each element is read in place at the back of out; a failure drops them all.
+  Array& elements = out;
+  ClearOnFailure<Array> guard{&out};
   for (;;) {
     if (pos == end_) {
       return rc::unexpected_end;  // what the element's own reading would give
@@ -853,9 +862,6 @@ int Reader::array(char const*& pos, Array& out, int depth) const {
     }
     if (*pos == ']') {
       ++pos;
-      if (!in_place) {
-        out = std::move(elements);
-      }
       guard.target = nullptr;
       return rc::ok;
     }
