@@ -105,6 +105,26 @@ INSTANTIATE_TEST_SUITE_P(
                    Object{{"a", num(1)}, {"b", num(2)}}},
         ObjectCase{"first_of_equal_keys_wins", R"({"a":1,"a":2})", rc::ok, Object{{"a", num(1)}}},
         ObjectCase{"equal_keys_second_unreadable", R"({"a":1,"a":-})", rc::expected_digit, {}},
+        // Keys come in every order against the first and the last one, equal keys among them.
+        ObjectCase{"equal_keys_in_every_order",
+                   R"({"u":1,"r":2,"f":3,"a":4,"z":5,"f":6,"":7,"a":8,"":9,"z":10,"ab":11})",
+                   rc::ok,
+                   Object{{"", num(7)},
+                          {"a", num(4)},
+                          {"ab", num(11)},
+                          {"f", num(3)},
+                          {"r", num(2)},
+                          {"u", num(1)},
+                          {"z", num(5)}}},
+        ObjectCase{"equal_keys_containers_dropped",
+                   R"({"a":[1],"a":{"b":[2]},"a":[3,[4]],"c":{},"c":[5]})", rc::ok,
+                   Object{{"a", arr({num(1)})}, {"c", obj({})}}},
+        ObjectCase{
+            "equal_keys_dropped_array_unreadable", R"({"a":1,"a":[1,]})", rc::expected_string, {}},
+        ObjectCase{"equal_keys_dropped_object_unreadable",
+                   R"({"a":1,"a":{"b":}})",
+                   rc::expected_string,
+                   {}},
         ObjectCase{"comma_before_brace", R"({"a":1,})", rc::expected_string, {}},
         ObjectCase{"no_colon", R"({"a" 1})", rc::expected_colon, {}},
         ObjectCase{"no_comma", R"({"a":1 "b":2})", rc::expected_comma_or_brace, {}},
@@ -721,6 +741,56 @@ TEST(ReadLarge, LongStringsAndArraysComeThroughWhole) {
   EXPECT_TRUE(out["a"] == Value(elements));
   EXPECT_TRUE(out["qvdata"] == Value(numbers));
   EXPECT_EQ(pos, text.end());
+}
+
+TEST(ReadStrings, EveryLengthEndsAtItsQuote) {
+  // Keys and values of every length up to past two scanner blocks, plain or ending in an escape,
+  // followed by a member whose value has a backslash soon after the first value's quote; the
+  // text ends right after them, so the last blocks run into its end.
+  for (std::size_t keyLength = 0; keyLength <= 34; ++keyLength) {
+    for (std::size_t valueLength = 0; valueLength <= 34; ++valueLength) {
+      for (bool escaped : {false, true}) {
+        std::string const key(keyLength, 'k');
+        std::string value;
+        for (std::size_t i = 0; i < valueLength; ++i) {
+          value += static_cast<char>('a' + i % 26);
+        }
+        std::string const source = "{\"" + key + "\":\"" + value + (escaped ? "\\n" : "") +
+                                   "\",\"e\":\"\\t" + value + "\"}";
+        Text const text(source);
+        char const* pos = text.begin();
+        Object out;
+        ASSERT_EQ(foundation::json::parse_object(pos, text.end(), false, out), rc::ok) << source;
+        Object const expected{{key, Value(value + (escaped ? "\n" : ""))},
+                              {"e", Value("\t" + value)}};
+        EXPECT_TRUE(out == expected) << source;
+        EXPECT_EQ(pos, text.end()) << source;
+      }
+    }
+  }
+}
+
+TEST(ReadArray, ReplacesElementsOnlyOnSuccess) {
+  struct {
+    char const* text;
+    int code;
+    Array expected;  // for code 0
+  } const cases[] = {
+      {R"(["a",["b"],{"c":1}])", rc::ok,
+       Array{Value("a"), arr({Value("b")}), obj({{"c", num(1)}})}},
+      {"[]", rc::ok, Array{}},
+      {R"(["a",)", rc::unexpected_end, {}},
+      {R"(["a" "b"])", rc::expected_comma_or_bracket, {}},
+  };
+  for (auto const& c : cases) {
+    for (Array const& start : {Array{}, Array{Value("old"), num(1)}}) {
+      Text const text(c.text);
+      char const* pos = text.begin();
+      Array out = start;
+      EXPECT_EQ(foundation::json::parse_array(pos, text.end(), false, out), c.code) << c.text;
+      EXPECT_TRUE(out == (c.code == rc::ok ? c.expected : start)) << c.text;
+    }
+  }
 }
 
 // --- the conversions the reader relies on ---------------------------------------------------

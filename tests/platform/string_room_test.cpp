@@ -1,5 +1,6 @@
 // fl::strings::grow_uninitialized, for byte and UTF-16 strings: the size it sets, and the units
-// it must keep, across the small-string buffer, reallocations and shrinking.
+// it must keep, across the small-string buffer, reallocations and shrinking; and
+// fl::strings::assign_short.
 #include "platform/string_room.hpp"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -53,5 +55,23 @@ INSTANTIATE_TEST_SUITE_P(Sizes, GrowUninitialized,
                          ::testing::Values(Resize{0, 0}, Resize{0, 5}, Resize{5, 15},
                                            Resize{5, 100}, Resize{100, 100000}, Resize{100000, 3},
                                            Resize{20, 0}));
+
+TEST(AssignShort, HoldsExactlyTheBytesAtEveryLength) {
+  // Every length the short copies cover and beyond the string's own buffer; the bytes come from
+  // a buffer of exactly their size, so that the sanitizer build reports a read past them.
+  for (std::size_t size = 0; size <= 40; ++size) {
+    std::vector<char> bytes(size);
+    for (std::size_t i = 0; i < size; ++i) {
+      bytes[i] = static_cast<char>('A' + i);
+    }
+    std::string text;
+    fl::strings::assign_short(text, bytes.data(), size);
+    EXPECT_EQ(text, std::string(bytes.begin(), bytes.end())) << size;
+    EXPECT_EQ(text.c_str()[size], '\0') << size;
+    text += '!';
+    EXPECT_EQ(text.size(), size + 1);
+    EXPECT_EQ(text.back(), '!');
+  }
+}
 
 }  // namespace
