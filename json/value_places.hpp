@@ -37,7 +37,8 @@ struct StringText {
   }
 };
 
-// The seeds of an empty array or object, built in their place like StringText.
+// The seeds of an empty array or object, built in their place like StringText: the reading
+// function is then left with no moved-from container of its own to destroy.
 struct EmptyArray {
   operator Value() const { return Value(Array()); }
 };
