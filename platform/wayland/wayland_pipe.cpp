@@ -1,6 +1,7 @@
 // Reading what an owner writes into a pipe, with a deadline on every wait.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,70 +16,176 @@
 
 namespace pf::clipboard::wayland {
 
+namespace {
+
+constexpr std::size_t kPiece = std::size_t{1} << 20;
+
+// The 1 MiB a read lands in, kept for the next read: fresh pages cost a fault and a zeroing
+// each, and a buffer read again and again stays in the cache while its piece is decoded.
+class ReceiveBuffer {
+ public:
+  ReceiveBuffer() {
+    std::lock_guard<std::mutex> lock(mutex());
+    auto& spare = spares();
+    if (!spare.empty()) {
+      bytes_ = std::move(spare.back());
+      spare.pop_back();
+    }
+    if (!bytes_)
+      bytes_.reset(new char[kPiece]);
+  }
+  ~ReceiveBuffer() {
+    std::lock_guard<std::mutex> lock(mutex());
+    if (spares().size() < 2)
+      spares().push_back(std::move(bytes_));
+  }
+  ReceiveBuffer(ReceiveBuffer const&) = delete;
+  ReceiveBuffer& operator=(ReceiveBuffer const&) = delete;
+  char* data() const { return bytes_.get(); }
+
+ private:
+  static std::mutex& mutex() {
+    static std::mutex m;
+    return m;
+  }
+  static std::vector<std::unique_ptr<char[]>>& spares() {
+    static std::vector<std::unique_ptr<char[]>> s;
+    return s;
+  }
+  std::unique_ptr<char[]> bytes_;
+};
+
+// Waits until `fd` is readable or `deadline` passes; false on the deadline.
+bool waitReadable(int fd, Clock::time_point deadline) {
+  pollfd pfd{fd, POLLIN, 0};
+  for (;;) {
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0)
+      return false;
+    int const ready = ::poll(&pfd, 1, static_cast<int>(std::min<long long>(left.count(), 60000)));
+    if (ready > 0)
+      return true;
+    if (ready < 0 && errno != EINTR)
+      throw std::runtime_error("Wayland clipboard: waiting for the transfer failed");
+  }
+}
+
+}  // namespace
+
 void widenPipe(int fd) noexcept {
   // 1 MiB is the default limit for unprivileged processes (fs/pipe-max-size).
   ::fcntl(fd, F_SETPIPE_SZ, 1 << 20);
 }
 
-std::string Received::joined() const {
-  std::string out;
-  out.reserve(size);
-  fl::strings::prefault(out.data(), size);
-  for (auto const& piece : pieces)
-    out.append(piece);
-  return out;
-}
-
-Received readPipe(int fd, ReadLimits const& limits) {
-  constexpr std::size_t kPiece = std::size_t{1} << 20;
-  Received received;
+PipeEnd readPipe(int fd, ReadLimits const& limits,
+                 std::function<void(std::string_view)> const& take) {
+  ReceiveBuffer buffer;
+  PipeEnd end;
   auto const start = Clock::now();
   auto const whole = start + limits.whole;
+  auto lastData = start;
   bool first = true;
   for (;;) {
     auto const deadline = std::min(whole, Clock::now() + (first ? limits.firstData : limits.chunk));
-    pollfd pfd{fd, POLLIN, 0};
-    int ready = 0;
-    for (;;) {
-      auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-      if (left.count() <= 0) {
-        ready = 0;
-        break;
-      }
-      ready = ::poll(&pfd, 1, static_cast<int>(std::min<long long>(left.count(), 60000)));
-      if (ready > 0 || (ready < 0 && errno != EINTR))
-        break;
-    }
-    if (ready < 0)
-      throw std::runtime_error("Wayland clipboard: waiting for the transfer failed");
-    if (ready == 0) {
+    if (!waitReadable(fd, deadline)) {
       throw std::runtime_error(Clock::now() >= whole ? "Wayland clipboard: the read took too long"
                                : first ? "Wayland clipboard: the owner sent nothing in time"
                                        : "Wayland clipboard: the owner stalled mid-transfer");
     }
-    // The last piece is filled up before another begins, so that an owner writing little at a
-    // time leaves no trail of mostly empty pieces.
-    if (received.pieces.empty() || received.pieces.back().size() == kPiece) {
-      received.pieces.emplace_back().reserve(kPiece);
-      fl::strings::prefault(received.pieces.back().data(), kPiece);
-    }
-    auto& piece = received.pieces.back();
-    auto const used = piece.size();
-    fl::strings::grow_uninitialized(piece, kPiece);
-    ssize_t const n = ::read(fd, piece.data() + used, kPiece - used);
-    piece.resize(used + static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+    ssize_t const n = ::read(fd, buffer.data(), kPiece);
     if (n < 0) {
       if (errno == EINTR || errno == EAGAIN)
         continue;
       throw std::runtime_error("Wayland clipboard: reading the transfer failed");
     }
-    if (n == 0)
-      return received;
+    if (n == 0) {
+      end.quiet = Clock::now() - lastData;
+      return end;
+    }
     first = false;
-    received.size += static_cast<std::size_t>(n);
-    if (received.size > limits.maxBytes)
+    end.size += static_cast<std::size_t>(n);
+    if (end.size > limits.maxBytes)
       throw std::runtime_error("Wayland clipboard: the transfer exceeds the size limit");
+    take(std::string_view(buffer.data(), static_cast<std::size_t>(n)));
+    lastData = Clock::now();
   }
+}
+
+std::string Received::joined() const {
+  std::string out;
+  out.reserve(end.size);
+  fl::strings::prefault(out.data(), end.size);
+  for (auto const& piece : pieces)
+    out.append(piece);
+  return out;
+}
+
+Received readAll(int fd, ReadLimits const& limits) {
+  Received received;
+  received.end = readPipe(fd, limits, [&received](std::string_view piece) {
+    while (!piece.empty()) {
+      // The last piece is filled up before another begins, so that an owner writing little at
+      // a time leaves no trail of mostly empty pieces.
+      if (received.pieces.empty() || received.pieces.back().size() == kPiece) {
+        received.pieces.emplace_back().reserve(kPiece);
+        fl::strings::prefault(received.pieces.back().data(), kPiece);
+      }
+      auto& last = received.pieces.back();
+      auto const part = std::min(piece.size(), kPiece - last.size());
+      last.append(piece.data(), part);
+      piece.remove_prefix(part);
+    }
+  });
+  return received;
+}
+
+TextReceiver::TextReceiver(std::size_t maxBytes)
+    // Beyond 1 GiB the room grows the usual way, by copying.
+    : maxUnits_(std::min(maxBytes, std::size_t{1} << 30) + 2) {}
+
+void TextReceiver::take(std::string_view piece) {
+  received_ += piece.size();
+  // At most one unit per byte, plus a pair for a sequence begun in an earlier piece.
+  makeRoom(text_.size() + piece.size() + 2);
+  decoder_.feed(piece, text_);
+}
+
+void TextReceiver::makeRoom(std::size_t units) {
+  // Up to here a transfer is small, and grows its room the usual way.
+  constexpr std::size_t kLarge = std::size_t{256} << 10;
+  // Faulted in this far ahead of the decoder at a time (units).
+  constexpr std::size_t kAhead = std::size_t{4} << 20;
+  auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  auto const pageOf = [page](char16_t const* at) {
+    return reinterpret_cast<std::uintptr_t>(at) & ~(page - 1);
+  };
+  if (units > text_.capacity()) {
+    if (received_ < kLarge) {
+      text_.reserve(std::max(units, 2 * text_.capacity()));
+      return;
+    }
+    text_.reserve(std::max(units, maxUnits_));
+    auto const begin = pageOf(text_.data()) + page;
+    auto const end = pageOf(text_.data() + text_.capacity());
+    if (end > begin)
+      ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    faulted_ = text_.size();  // what the move wrote is in place
+  }
+  if (received_ < kLarge || units <= faulted_)
+    return;
+  auto const upTo = std::min(text_.capacity(), std::max(units, faulted_ + kAhead));
+  auto const from = pageOf(text_.data() + faulted_);
+  auto const to = pageOf(text_.data() + upTo) + page;
+  // Only an optimization: where the kernel says no, the pages fault in as they are written.
+  ::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);
+  faulted_ = upTo;
+}
+
+std::u16string TextReceiver::finish() {
+  decoder_.finish(text_);
+  if (!text_.empty() && text_.back() == u'\0')
+    text_.pop_back();
+  return std::move(text_);
 }
 
 }  // namespace pf::clipboard::wayland
