@@ -24,7 +24,7 @@ using namespace formats;
 namespace {
 
 // A pipe quiet this long before its end marks a transfer whose owner may have died...
-constexpr Clock::duration kQuietBeforeEnd = std::chrono::milliseconds(20);
+constexpr Clock::duration kQuietBeforeEnd = std::chrono::milliseconds(100);
 // ...and the compositor gets this long to withdraw such an owner's offer.
 constexpr Clock::duration kOwnerExitGrace = std::chrono::milliseconds(500);
 

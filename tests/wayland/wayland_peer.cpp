@@ -75,9 +75,9 @@ void onSend(int fd) {
   }
   if (g_pipeFirst) {
     // Stalls, then its pipe ends well before the compositor can learn of the death.
-    ::usleep(50 * 1000);
-    ::close(fd);
     ::usleep(300 * 1000);
+    ::close(fd);
+    ::usleep(200 * 1000);
     ::raise(SIGKILL);
   }
   // Dies with its connection closed first, then the pipe.

@@ -233,7 +233,7 @@ TEST_F(SwayInterop, AnOwnerKilledMidTransferGivesAnErrorNeverPartialData) {
     auto const helpers = childrenOf(owner->pid());
     for (auto const helper : helpers)
       ::kill(helper, SIGSTOP);
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(300ms);
     ::kill(owner->pid(), SIGKILL);
     owner->wait(5s);
     for (auto const helper : helpers)
