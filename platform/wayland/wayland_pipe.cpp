@@ -225,7 +225,7 @@ void TextReceiver::makeRoom(std::size_t units) {
     text_.reserve(std::max(units, 2 * text_.capacity()));
     return;
   }
-  text_.reserve(std::max(units, maxUnits_));
+  text_.reserve(std::max({units, maxUnits_, 2 * text_.capacity()}));
   auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   auto const begin = (reinterpret_cast<std::uintptr_t>(text_.data()) + page - 1) & ~(page - 1);
   auto const end = reinterpret_cast<std::uintptr_t>(text_.data() + text_.capacity()) & ~(page - 1);
