@@ -10,6 +10,7 @@
 #endif
 
 #include "platform/i18n.hpp"
+#include "platform/simd/avx512.h"
 #include "platform/string_room.hpp"
 
 namespace pf::clipboard::formats {
@@ -339,10 +340,13 @@ void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
   char16_t* o = out.data() + base;
   auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
   auto const* const end = p + bytes.size();
+  bool const wide = fl::simd::avx512_usable();
   {
     auto const* const stop = end;
     while (p < stop) {
       if (needed_ == 0) {
+        if (wide)
+          p = fl::simd::ascii_to_utf16_avx512(p, stop, o);
 #if defined(__SSE2__)
         // ASCII runs, sixteen bytes at a time, widened by interleaving with zeros.
         while (stop - p >= 16) {

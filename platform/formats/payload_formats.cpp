@@ -132,7 +132,9 @@ std::optional<ClipboardContent> ownEntry(PFClipboardData const& data, std::strin
       if (std::holds_alternative<std::u16string>(content) && isTextTarget(utf8Of(name)))
         return content;
     }
-    return ClipboardContent{};
+    // Built in place: moving an empty variant into the optional trips a false
+    // maybe-uninitialized warning in g++ 12 under the sanitizers.
+    return std::optional<ClipboardContent>(std::in_place);
   }
   return std::nullopt;
 }

@@ -245,6 +245,44 @@ AVX512_KERNEL unsigned char const* escape_json_avx512(unsigned char const* in,
   return in - pending;
 }
 
+AVX512_KERNEL unsigned char const* ascii_to_utf16_avx512(unsigned char const* p,
+                                                         unsigned char const* end, char16_t*& out) {
+  char16_t* o = out;
+  // Long runs are stored around the cache, in aligned lines: a text this long outgrows it, and
+  // a streaming store need not read the line it fills first.
+  constexpr std::ptrdiff_t kStreamFrom = std::ptrdiff_t{256} << 10;
+  if (end - p >= kStreamFrom) {
+    auto const misaligned = reinterpret_cast<std::uintptr_t>(o) & 63;
+    unsigned const head = static_cast<unsigned>((64 - misaligned) & 63) / 2;
+    __m256i const x = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(p));
+    std::uint32_t const headMask = head == 0 ? 0 : (std::uint32_t{1} << head) - 1;
+    if ((misaligned & 1) == 0 && (_mm256_movemask_epi8(x) & headMask) == 0) {
+      _mm512_mask_storeu_epi16(o, headMask, _mm512_cvtepu8_epi16(x));
+      o += head;
+      p += head;
+      while (end - p >= 32) {
+        __m256i const y = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(p));
+        if (_mm256_movemask_epi8(y) != 0)
+          break;
+        _mm512_stream_si512(reinterpret_cast<__m512i*>(o), _mm512_cvtepu8_epi16(y));
+        o += 32;
+        p += 32;
+      }
+      _mm_sfence();
+    }
+  }
+  while (end - p >= 32) {
+    __m256i const x = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(p));
+    if (_mm256_movemask_epi8(x) != 0)
+      break;
+    _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(x));
+    o += 32;
+    p += 32;
+  }
+  out = o;
+  return p;
+}
+
 #else
 
 bool avx512_usable() {
@@ -258,6 +296,11 @@ char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const*, char*&,
 unsigned char const* escape_json_avx512(unsigned char const* in, unsigned char const*, char*&,
                                         char const*) {
   return in;
+}
+
+unsigned char const* ascii_to_utf16_avx512(unsigned char const* p, unsigned char const*,
+                                           char16_t*&) {
+  return p;
 }
 
 #endif

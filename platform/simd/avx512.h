@@ -26,4 +26,10 @@ char16_t const* utf16_to_utf8_avx512(char16_t const* p, char16_t const* end, cha
 unsigned char const* escape_json_avx512(unsigned char const* in, unsigned char const* end,
                                         char*& out, char const* limit);
 
+// Widens ASCII bytes from `p` into UTF-16 units at `out`, 32 at a time, while at least 32 bytes
+// are left; stops in front of a block that holds a byte above 0x7F. Returns where it stopped;
+// `out` moves past what was written.
+unsigned char const* ascii_to_utf16_avx512(unsigned char const* p, unsigned char const* end,
+                                           char16_t*& out);
+
 }  // namespace fl::simd

@@ -23,6 +23,11 @@ using namespace formats;
 
 namespace {
 
+// A pipe quiet this long before its end marks a transfer whose owner may have died...
+constexpr Clock::duration kQuietBeforeEnd = std::chrono::milliseconds(100);
+// ...and the compositor gets this long to withdraw such an owner's offer.
+constexpr Clock::duration kOwnerExitGrace = std::chrono::milliseconds(500);
+
 std::string utf8Of(std::u16string const& text) {
   return fl::i18n::ustring_to_utf8(text);
 }
@@ -180,7 +185,7 @@ std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMo
           });
       if (start) {
         FdGuard guard(start->fd);
-        auto const files = decodeCopiedFiles(readPipe(start->fd, impl_->limits()).joined());
+        auto const files = decodeCopiedFiles(readAll(start->fd, impl_->limits()).joined());
         cut = files && files->action == PFClipboardAction::cut;
       }
     } catch (std::runtime_error const&) {
@@ -211,29 +216,25 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
     return {};
   FdGuard guard(start->fd);
   bool const derived = !chooseType(start->offered, mime, kind);
-  auto const received = readPipe(start->fd, impl_->limits());
   ClipboardContent result;
-  if (derived) {
-    try {
-      result = derivedContent(mime, start->type, received.joined());
-    } catch (std::invalid_argument const& error) {
-      throw std::runtime_error(std::string("Wayland clipboard: ") + error.what());
-    }
-  } else if (kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
-    // Decoded into room reserved and faulted in once: at most one unit per byte.
-    std::u16string text;
-    text.reserve(received.size + 2);
-    fl::strings::prefault(text.data(), text.capacity() * sizeof(char16_t));
-    Utf8Decoder decoder;
-    for (auto const& piece : received.pieces)
-      decoder.feed(piece, text);
-    decoder.finish(text);
-    if (!text.empty() && text.back() == u'\0')
-      text.pop_back();
-    result = std::move(text);
+  PipeEnd end;
+  if (!derived && kind == ReadKind::text && textEncodingOfType(start->type) == TextEncoding::utf8) {
+    // Decoded while the owner goes on writing.
+    TextReceiver text(impl_->options.maxTransferBytes);
+    end =
+        readPipe(start->fd, impl_->limits(), [&text](std::string_view piece) { text.take(piece); });
+    result = text.finish();
   } else {
+    auto const received = readAll(start->fd, impl_->limits());
+    end = received.end;
     auto const data = received.joined();
-    if (kind == ReadKind::bytes) {
+    if (derived) {
+      try {
+        result = derivedContent(mime, start->type, data);
+      } catch (std::invalid_argument const& error) {
+        throw std::runtime_error(std::string("Wayland clipboard: ") + error.what());
+      }
+    } else if (kind == ReadKind::bytes) {
       result = bytesOf(data);
     } else if (kind == ReadKind::png || kind == ReadKind::svg) {
       result = imageOf(kind, bytesOf(data));
@@ -241,7 +242,11 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
       result = contentOf(kind, start->type, data);
     }
   }
-  if (!session.stillCurrent(mode, start->generation)) {
+  // An owner that stalled and then died closed its pipe first: the compositor may learn of the
+  // death only a little later. Owners that finish close right after their last write, and pay
+  // nothing for this.
+  auto const grace = end.quiet >= kQuietBeforeEnd ? kOwnerExitGrace : Clock::duration::zero();
+  if (!session.stillCurrent(mode, start->generation, grace)) {
     throw std::runtime_error(
         "Wayland clipboard: the owner went away or replaced the clipboard during the read");
   }

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/clipboard.hpp"
+#include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/wayland/wayland_clipboard.hpp"
 
@@ -100,8 +101,10 @@ class Session {
       std::function<std::optional<std::string>(std::vector<std::string> const&)> choose);
   // After round trips to the compositor: whether the offer a read came from is still the
   // clipboard's. An owner that dies mid-transfer ends the pipe like a finished one; the
-  // compositor's withdrawal of its offer tells the two apart.
-  bool stillCurrent(PFClipboardMode mode, std::uint64_t generation);
+  // compositor's withdrawal of its offer tells the two apart. With `grace`, a current offer is
+  // given that long more to be withdrawn (the compositor learns of a death only once the dying
+  // process has closed its connection, which may come after its pipe).
+  bool stillCurrent(PFClipboardMode mode, std::uint64_t generation, Clock::duration grace);
   // Offers `payload` as the selection of `mode`; returns once the compositor has taken it.
   void own(PFClipboardMode mode, std::shared_ptr<OwnPayload const> payload);
   // What we serve for `mode`, or null when another client owns it.
@@ -154,6 +157,9 @@ class Session {
   std::shared_ptr<OwnPayload const> owned_[2];
   bool stopping_ = false;
   bool dead_ = false;
+  // The selections' generations as the event thread last saw them, for callers that wait.
+  std::uint64_t seenGeneration_[2] = {0, 0};
+  std::condition_variable selectionSeen_;
 
   // Event thread only.
   std::map<wl_proxy*, std::unique_ptr<OfferRec>> offers_;
@@ -170,6 +176,40 @@ class Session {
   std::thread thread_;
 };
 
+struct Session::OfferRec {
+  Session* session;
+  std::vector<std::string> types;
+};
+
+struct Session::SourceRec {
+  Session* session;
+  wl_proxy* proxy;
+  int index;
+  std::shared_ptr<OwnPayload const> payload;
+};
+
+// A paste we serve: the bytes of its type and how far the target has taken them.
+struct Session::Outgoing {
+  int fd;
+  std::shared_ptr<std::string const> data;
+  std::size_t offset;
+  Clock::time_point lastProgress;
+};
+
+struct Session::SyncRec {
+  Session* session;
+  std::function<void()> done;
+};
+
+// Listens on a raw proxy with a table of the protocol's events, in their order.
+void addListener(wl_proxy* proxy, void const* table, void* data);
+template <class L>
+void listen(wl_proxy* proxy, L const* listener, void* data) {
+  addListener(proxy, listener, data);
+}
+// Sends the destructor request `opcode` and frees the proxy; null is ignored.
+void destroyProxy(wl_proxy* proxy, std::uint32_t opcode);
+
 struct ReadLimits {
   Clock::duration firstData;
   Clock::duration chunk;
@@ -177,17 +217,53 @@ struct ReadLimits {
   std::size_t maxBytes;
 };
 
-// What came through a pipe, in pieces of 1 MiB filled in place: nothing is copied or regrown
-// while the data arrives, and the result is built once its size is known.
-struct Received {
-  std::vector<std::string> pieces;
+// How a pipe's transfer ended: its size, and how long the pipe stayed quiet (no data, no end)
+// before its end. An owner that finishes closes its pipe right after its last write; a long
+// quiet before the end is the mark of an owner that stalled and then died.
+struct PipeEnd {
   std::size_t size = 0;
-  std::string joined() const;
+  Clock::duration quiet{};
 };
 
-// Reads `fd` to its end within the limits; throws std::runtime_error on a timeout or above the
-// size limit. Does not close `fd`.
-Received readPipe(int fd, ReadLimits const& limits);
+// Reads `fd` to its end within the limits, handing each piece to `take` as it arrives (the
+// piece is valid during the call), so that the caller works while the owner goes on writing.
+// Throws std::runtime_error on a timeout or above the size limit. Does not close `fd`.
+PipeEnd readPipe(int fd, ReadLimits const& limits,
+                 std::function<void(std::string_view)> const& take);
+
+// Everything that came through a pipe, in pieces of 1 MiB: nothing is regrown while the data
+// arrives, and the result is built once its size is known.
+struct Received {
+  std::vector<std::string> pieces;
+  PipeEnd end;
+  std::string joined() const;
+};
+Received readAll(int fd, ReadLimits const& limits);
+
+// UTF-8 text as it arrives, decoded into UTF-16 piece by piece. A large transfer gets room for
+// the most a read accepts at once, reserved but not touched, so the text is never moved; its
+// pages are faulted in a few MiB ahead of the decoder by a thread of its own, which takes the
+// kernel's zeroing of them off the reading thread and onto another core.
+class TextReceiver {
+ public:
+  explicit TextReceiver(std::size_t maxBytes);
+  ~TextReceiver();
+  TextReceiver(TextReceiver const&) = delete;
+  TextReceiver& operator=(TextReceiver const&) = delete;
+  void take(std::string_view piece);
+  // The text; one trailing NUL is dropped.
+  std::u16string finish();
+
+ private:
+  class Faulter;
+  void makeRoom(std::size_t units);
+
+  std::u16string text_;
+  formats::Utf8Decoder decoder_;
+  std::size_t maxUnits_;
+  std::size_t received_ = 0;
+  std::unique_ptr<Faulter> faulter_;
+};
 
 // Pipes for bulk transfers: as large as an unprivileged process may make them, for fewer
 // wake-ups on each side. Only an optimization.

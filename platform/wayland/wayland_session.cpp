@@ -19,45 +19,6 @@
 
 namespace pf::clipboard::wayland {
 
-static_assert(EXT_DATA_CONTROL_MANAGER_V1_CREATE_DATA_SOURCE == op::managerCreateSource &&
-              ZWLR_DATA_CONTROL_MANAGER_V1_CREATE_DATA_SOURCE == op::managerCreateSource);
-static_assert(EXT_DATA_CONTROL_MANAGER_V1_GET_DATA_DEVICE == op::managerGetDevice &&
-              ZWLR_DATA_CONTROL_MANAGER_V1_GET_DATA_DEVICE == op::managerGetDevice);
-static_assert(EXT_DATA_CONTROL_MANAGER_V1_DESTROY == op::managerDestroy &&
-              ZWLR_DATA_CONTROL_MANAGER_V1_DESTROY == op::managerDestroy);
-static_assert(EXT_DATA_CONTROL_DEVICE_V1_SET_SELECTION == op::deviceSetSelection &&
-              ZWLR_DATA_CONTROL_DEVICE_V1_SET_SELECTION == op::deviceSetSelection);
-static_assert(EXT_DATA_CONTROL_DEVICE_V1_DESTROY == op::deviceDestroy &&
-              ZWLR_DATA_CONTROL_DEVICE_V1_DESTROY == op::deviceDestroy);
-static_assert(EXT_DATA_CONTROL_DEVICE_V1_SET_PRIMARY_SELECTION == op::deviceSetPrimary &&
-              ZWLR_DATA_CONTROL_DEVICE_V1_SET_PRIMARY_SELECTION == op::deviceSetPrimary);
-static_assert(EXT_DATA_CONTROL_SOURCE_V1_OFFER == op::sourceOffer &&
-              ZWLR_DATA_CONTROL_SOURCE_V1_OFFER == op::sourceOffer);
-static_assert(EXT_DATA_CONTROL_OFFER_V1_RECEIVE == op::offerReceive &&
-              ZWLR_DATA_CONTROL_OFFER_V1_RECEIVE == op::offerReceive);
-
-Protocol const& extProtocol() {
-  static Protocol const p{"ext_data_control_manager_v1",
-                          &ext_data_control_manager_v1_interface,
-                          &ext_data_control_device_v1_interface,
-                          &ext_data_control_source_v1_interface,
-                          &ext_data_control_offer_v1_interface,
-                          1,
-                          1};
-  return p;
-}
-
-Protocol const& wlrProtocol() {
-  static Protocol const p{"zwlr_data_control_manager_v1",
-                          &zwlr_data_control_manager_v1_interface,
-                          &zwlr_data_control_device_v1_interface,
-                          &zwlr_data_control_source_v1_interface,
-                          &zwlr_data_control_offer_v1_interface,
-                          2,
-                          2};
-  return p;
-}
-
 namespace {
 
 // Listener tables in event order; the argument types match both protocols' signatures.
@@ -75,19 +36,6 @@ struct SourceListener {
   void (*cancelled)(void*, wl_proxy*);
 };
 
-template <class L>
-void listen(wl_proxy* proxy, L const* listener, void* data) {
-  // libwayland takes the table as an array of function pointers.
-  wl_proxy_add_listener(proxy, reinterpret_cast<void (**)(void)>(const_cast<L*>(listener)), data);
-}
-
-void destroyProxy(wl_proxy* proxy, std::uint32_t opcode) {
-  if (proxy != nullptr) {
-    wl_proxy_marshal_flags(proxy, opcode, nullptr, wl_proxy_get_version(proxy),
-                           WL_MARSHAL_FLAG_DESTROY);
-  }
-}
-
 int indexOf(PFClipboardMode mode) {
   return mode == PFClipboardMode::selection ? 1 : 0;
 }
@@ -97,30 +45,6 @@ int indexOf(PFClipboardMode mode) {
 }
 
 }  // namespace
-
-struct Session::OfferRec {
-  Session* session;
-  std::vector<std::string> types;
-};
-
-struct Session::SourceRec {
-  Session* session;
-  wl_proxy* proxy;
-  int index;
-  std::shared_ptr<OwnPayload const> payload;
-};
-
-struct Session::Outgoing {
-  int fd;
-  std::shared_ptr<std::string const> data;
-  std::size_t offset;
-  Clock::time_point lastProgress;
-};
-
-struct Session::SyncRec {
-  Session* session;
-  std::function<void()> done;
-};
 
 // ---------------------------------------------------------------------------------------------
 // Setup and teardown
@@ -363,18 +287,24 @@ std::optional<ReadStart> Session::startRead(
   }
 }
 
-bool Session::stillCurrent(PFClipboardMode mode, std::uint64_t generation) {
+bool Session::stillCurrent(PFClipboardMode mode, std::uint64_t generation, Clock::duration grace) {
   int const index = indexOf(mode);
-  return call<bool>([this, index, generation](auto const& promise) {
+  bool const current = call<bool>([this, index, generation](auto const& promise) {
     // Two round trips: a dying owner's pipe and connection close in the same exit, but not in a
     // fixed order, so the compositor may learn of the death just after answering the first.
-    // The second is sent once that exit is over, and is answered after the withdrawal.
     afterRoundTrip([this, index, generation, promise] {
       afterRoundTrip([this, index, generation, promise] {
         promise->set_value(generation_[index] == generation);
       });
     });
   });
+  if (!current || grace <= Clock::duration::zero())
+    return current;
+  // The wait ends at the first selection event, or with the connection.
+  std::unique_lock<std::mutex> lock(mutex_);
+  selectionSeen_.wait_for(lock, grace,
+                          [&] { return dead_ || seenGeneration_[index] != generation; });
+  return !dead_ && seenGeneration_[index] == generation;
 }
 
 void Session::own(PFClipboardMode mode, std::shared_ptr<OwnPayload const> payload) {
@@ -439,6 +369,11 @@ void Session::selectionChanged(int index, wl_proxy* offer) {
   wl_proxy* const old = current_[index];
   current_[index] = offer;
   ++generation_[index];
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    seenGeneration_[index] = generation_[index];
+  }
+  selectionSeen_.notify_all();
   if (old != nullptr && old != offer && old != current_[1 - index])
     destroyOffer(old);
   // Offers announced but never made a selection are of no use any more.
@@ -466,21 +401,6 @@ void Session::onFinished(void* data, wl_proxy*) {
   self->dead_ = true;
 }
 
-void Session::onSend(void* data, wl_proxy*, char const* mime, std::int32_t fd) {
-  auto* rec = static_cast<SourceRec*>(data);
-  auto* self = rec->session;
-  auto const& types = rec->payload->types;
-  auto const it = std::find_if(types.begin(), types.end(),
-                               [mime](formats::OfferedType const& t) { return t.name == mime; });
-  if (it == types.end()) {
-    ::close(fd);
-    return;
-  }
-  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
-  widenPipe(fd);
-  self->outgoing_.push_back(Outgoing{fd, it->data, 0, Clock::now()});
-}
-
 void Session::onCancelled(void* data, wl_proxy* source) {
   auto* rec = static_cast<SourceRec*>(data);
   auto* self = rec->session;
@@ -501,146 +421,6 @@ void Session::onSyncDone(void* data, wl_callback* callback, std::uint32_t) {
   wl_callback_destroy(callback);
   self->syncs_.erase(callback);
   done();
-}
-
-// ---------------------------------------------------------------------------------------------
-// The loop
-
-bool Session::serve(Outgoing& out) {
-  // A bounded amount per turn, so that one large paste does not hold up the display.
-  constexpr std::size_t kPerTurn = std::size_t{8} << 20;
-  std::size_t sent = 0;
-  while (out.offset < out.data->size() && sent < kPerTurn) {
-    auto const n = ::write(out.fd, out.data->data() + out.offset,
-                           std::min(out.data->size() - out.offset, kPerTurn - sent));
-    if (n > 0) {
-      out.offset += static_cast<std::size_t>(n);
-      sent += static_cast<std::size_t>(n);
-      out.lastProgress = Clock::now();
-      continue;
-    }
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-      return true;
-    if (n < 0 && errno == EPIPE) {
-      // The reader left. SIGPIPE is blocked on this thread; take the pending one off.
-      sigset_t pipe;
-      sigemptyset(&pipe);
-      sigaddset(&pipe, SIGPIPE);
-      timespec const zero{0, 0};
-      ::sigtimedwait(&pipe, nullptr, &zero);
-    }
-    return false;
-  }
-  if (out.offset < out.data->size())
-    return true;
-  return false;
-}
-
-std::optional<Clock::time_point> Session::nextDeadline() const {
-  std::optional<Clock::time_point> next;
-  for (auto const& out : outgoing_) {
-    auto const at = out.lastProgress + config_.sendTimeout;
-    if (!next || at < *next)
-      next = at;
-  }
-  return next;
-}
-
-void Session::run() {
-  // A paste target that closes its pipe must cost an EPIPE, not the process.
-  sigset_t pipe;
-  sigemptyset(&pipe);
-  sigaddset(&pipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-
-  std::vector<pollfd> fds;
-  for (;;) {
-    std::deque<std::function<void()>> tasks;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (stopping_ || dead_)
-        break;
-      tasks.swap(tasks_);
-    }
-    for (auto& task : tasks)
-      task();
-
-    while (wl_display_prepare_read(display_) != 0) {
-      if (wl_display_dispatch_pending(display_) < 0)
-        break;
-    }
-    if (wl_display_get_error(display_) != 0)
-      break;
-    bool const flushed = wl_display_flush(display_) >= 0 || errno != EAGAIN;
-
-    fds.clear();
-    fds.push_back({wl_display_get_fd(display_), short(POLLIN | (flushed ? 0 : POLLOUT)), 0});
-    fds.push_back({wakeFd_, POLLIN, 0});
-    for (auto const& out : outgoing_)
-      fds.push_back({out.fd, POLLOUT, 0});
-    int timeout = -1;
-    if (auto const deadline = nextDeadline()) {
-      auto const left =
-          std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now()).count();
-      timeout = static_cast<int>(std::clamp<long long>(left + 1, 0, 60000));
-    }
-    int const ready = ::poll(fds.data(), fds.size(), timeout);
-    if (ready < 0 && errno != EINTR) {
-      wl_display_cancel_read(display_);
-      break;
-    }
-    if (ready > 0 && (fds[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0) {
-      if (wl_display_read_events(display_) < 0)
-        break;
-    } else {
-      wl_display_cancel_read(display_);
-    }
-    if (wl_display_dispatch_pending(display_) < 0)
-      break;
-    if (ready > 0 && (fds[1].revents & POLLIN) != 0) {
-      std::uint64_t count;
-      [[maybe_unused]] auto const n = ::read(wakeFd_, &count, sizeof count);
-    }
-    // Transfers: serve the writable ones, drop the finished and the stalled. fds holds entries
-    // only for the transfers that existed before this turn's events.
-    auto const now = Clock::now();
-    std::size_t const polled = fds.size() - 2;
-    for (std::size_t i = outgoing_.size(); i-- > 0;) {
-      auto& out = outgoing_[i];
-      bool keep = true;
-      if (i >= polled || (fds[i + 2].revents & (POLLOUT | POLLERR | POLLHUP)) != 0) {
-        keep = serve(out);
-      }
-      if (keep && now - out.lastProgress > config_.sendTimeout)
-        keep = false;
-      if (!keep)
-        closeOutgoing(i);
-    }
-  }
-
-  std::deque<std::function<void()>> unanswered;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    dead_ = true;
-    unanswered.swap(tasks_);
-    owned_[0].reset();
-    owned_[1].reset();
-  }
-  // Their promises break: the callers learn that the connection is gone.
-  unanswered.clear();
-  for (auto& entry : syncs_)
-    wl_callback_destroy(entry.first);
-  syncs_.clear();
-  for (auto& out : outgoing_)
-    ::close(out.fd);
-  outgoing_.clear();
-}
-
-void Session::closeOutgoing(std::size_t index) {
-  ::close(outgoing_[index].fd);
-  outgoing_.erase(outgoing_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 }  // namespace pf::clipboard::wayland

@@ -195,6 +195,22 @@ TEST_P(StreamedUtf8, MatchesTheOneShotConversionAtEverySplit) {
   }
 }
 
+// Runs long enough to be stored around the cache, starting at each alignment of the output,
+// broken by characters of each length and a cut sequence.
+TEST(StreamedUtf8LongRuns, MatchTheOneShotConversionAtEveryAlignment) {
+  for (std::size_t head = 0; head < 34; ++head) {
+    std::string const bytes = std::string(head, 'x') + "\xC3\xA9" + std::string(300000, 'a') +
+                              "\xF0\x9F\x98\x80" + std::string(300001, 'b') + "\xE2\x98\x83" +
+                              std::string(262144, 'c') + "\xC3" + std::string(70, 'd');
+    Utf8Decoder decoder;
+    std::u16string out;
+    decoder.feed(std::string_view(bytes).substr(0, 400000 + head), out);
+    decoder.feed(std::string_view(bytes).substr(400000 + head), out);
+    decoder.finish(out);
+    ASSERT_EQ(out, fl::i18n::to_ustring(bytes)) << "after " << head << " leading bytes";
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Table, StreamedUtf8,
     ::testing::Values("", "ascii only, longer than eight bytes",
@@ -211,7 +227,12 @@ INSTANTIATE_TEST_SUITE_P(
                       "0123456789abcdef0123456789abcdef!",
                       "0123456789abcdef\xF0\x9F\x98\x80"
                       "0123456789abcdef\x80"
-                      "0123456789abcdef"));
+                      "0123456789abcdef",
+                      // Runs of 32 and more (the widest blocks), broken just before, at and
+                      // after their ends.
+                      std::string(31, 'a') + "\xC3\xA9" + std::string(32, 'b') + "\xE2\x98\x83" +
+                          std::string(65, 'c') + "\xF0\x9F\x98\x80" + std::string(33, 'd') +
+                          "\xFF" + std::string(64, 'e')));
 
 TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
   EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");

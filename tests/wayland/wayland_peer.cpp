@@ -1,10 +1,13 @@
 // A misbehaving client for the tests, on the raw protocol. As an owner it offers one type and then
-// either never answers a paste (stall) or writes some bytes and dies (die-after=N). As a paste
+// either never answers a paste (stall) or writes some bytes and dies (die-after=N: its connection
+// closes first, then the pipe; pipe-first-die-after=N: it stalls, its pipe closes, and only a
+// moment later its connection, the way a dying process that the scheduler preempts between its
+// files closes them). As a paste
 // target (receive-stall=SECONDS) it asks for TYPE, reads nothing for that long, then reads to the
 // end and prints how many bytes came. As an owner that behaves (serve=FILE) it offers TYPE alone
 // and answers every paste with the file's bytes.
 //
-//   wayland_peer ext|wlr stall|die-after=N|receive-stall=S|serve=FILE TYPE
+//   wayland_peer ext|wlr stall|die-after=N|pipe-first-die-after=N|receive-stall=S|serve=FILE TYPE
 //   (WAYLAND_DISPLAY: the compositor)
 #include <poll.h>
 #include <signal.h>
@@ -28,6 +31,7 @@ namespace {
 
 bool g_ext = false;
 long g_dieAfter = -1;  // -1: stall
+bool g_pipeFirst = false;
 int g_receiveStall = -1;
 char const* g_type = "";
 std::string g_served;
@@ -69,8 +73,14 @@ void onSend(int fd) {
       break;
     done += static_cast<std::size_t>(n);
   }
-  // Dies with its connection closed first, then the pipe: the order in which the backend can
-  // tell a death from a finished transfer (see the README on owners that die).
+  if (g_pipeFirst) {
+    // Stalls, then its pipe ends well before the compositor can learn of the death.
+    ::usleep(300 * 1000);
+    ::close(fd);
+    ::usleep(200 * 1000);
+    ::raise(SIGKILL);
+  }
+  // Dies with its connection closed first, then the pipe.
   ::shutdown(g_socket, SHUT_RDWR);
   ::raise(SIGKILL);
 }
@@ -116,12 +126,18 @@ void drainLater(wl_display* display) {
 
 int main(int argc, char** argv) {
   if (argc != 4) {
-    std::fprintf(stderr, "usage: wayland_peer ext|wlr stall|die-after=N|serve=FILE TYPE\n");
+    std::fprintf(
+        stderr,
+        "usage: wayland_peer ext|wlr stall|die-after=N|pipe-first-die-after=N|serve=FILE TYPE\n");
     return 2;
   }
   g_ext = std::strcmp(argv[1], "ext") == 0;
   if (std::strncmp(argv[2], "die-after=", 10) == 0)
     g_dieAfter = std::atol(argv[2] + 10);
+  if (std::strncmp(argv[2], "pipe-first-die-after=", 21) == 0) {
+    g_dieAfter = std::atol(argv[2] + 21);
+    g_pipeFirst = true;
+  }
   if (std::strncmp(argv[2], "receive-stall=", 14) == 0)
     g_receiveStall = std::atoi(argv[2] + 14);
   if (std::strncmp(argv[2], "serve=", 6) == 0) {

@@ -227,11 +227,13 @@ TEST_F(SwayInterop, AnOwnerKilledMidTransferGivesAnErrorNeverPartialData) {
     auto const end = std::chrono::steady_clock::now() + 10s;
     while (childrenOf(owner->pid()).empty() && std::chrono::steady_clock::now() < end)
       std::this_thread::sleep_for(200us);
-    // The helper stops mid-transfer; then the owner dies, and its helper after it (the way a
-    // single process that writes its own pastes dies: its connection closes, then the pipe).
+    // The helper stalls mid-transfer; then the owner dies, and its helper after it. A helper
+    // caught before it runs `cat` still holds the owner's connection, so its death may end the
+    // pipe before the compositor learns that the owner is gone.
     auto const helpers = childrenOf(owner->pid());
     for (auto const helper : helpers)
       ::kill(helper, SIGSTOP);
+    std::this_thread::sleep_for(300ms);
     ::kill(owner->pid(), SIGKILL);
     owner->wait(5s);
     for (auto const helper : helpers)
