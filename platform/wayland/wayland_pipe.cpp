@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <system_error>
 
@@ -225,7 +226,14 @@ void TextReceiver::makeRoom(std::size_t units) {
     text_.reserve(std::max(units, 2 * text_.capacity()));
     return;
   }
-  text_.reserve(std::max({units, maxUnits_, 2 * text_.capacity()}));
+  try {
+    // Address space only: pages are faulted in as the text reaches them.
+    text_.reserve(std::max({units, maxUnits_, 2 * text_.capacity()}));
+  } catch (std::bad_alloc const&) {
+    // Strict overcommit may refuse a room this size: grow the usual way instead.
+    text_.reserve(std::max(units, 2 * text_.capacity()));
+    return;
+  }
   auto const page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   auto const begin = (reinterpret_cast<std::uintptr_t>(text_.data()) + page - 1) & ~(page - 1);
   auto const end = reinterpret_cast<std::uintptr_t>(text_.data() + text_.capacity()) & ~(page - 1);
