@@ -439,7 +439,8 @@ std::u16string to_ustring(std::string const& utf8) {
   }
   // The input length bounds the output: size for it, write, then trim. Text that shrank a lot
   // (mostly three-byte characters) gives the spare room back.
-  result.resize(utf8.size());
+  // Sized without zero-filling: every unit kept is written below.
+  fl::strings::grow_uninitialized(result, utf8.size());
   auto const* in = reinterpret_cast<unsigned char const*>(utf8.data());
   char16_t* const out = result.data();
   result.resize(static_cast<std::size_t>(utf8_to_utf16(in, in + utf8.size(), out) - out));
