@@ -151,29 +151,6 @@ std::string waitForSocket(std::string const& dir, Process& process,
 
 }  // namespace
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "wayland-test-XXXXXX").string();
-  if (!::mkdtemp(pattern.data()))
-    throw std::runtime_error("mkdtemp failed");
-  path_ = pattern;
-}
-
-TempDir::~TempDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::file(std::string const& name, std::string const& contents) const {
-  auto const path = path_ + "/" + name;
-  std::ofstream(path, std::ios::binary) << contents;
-  return path;
-}
-
-std::string readFile(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 Process::Process(std::vector<std::string> const& argv, std::vector<std::string> const& env,
                  Io const& io) {
   int const in = openOrThrow(io.stdinPath, O_RDONLY);

@@ -15,26 +15,14 @@
 #include <vector>
 
 #include "platform/wayland/wayland_clipboard.hpp"
+#include "support/temp_dir.hpp"
 
 namespace wayland_test {
 
 using namespace std::chrono_literals;
 
-// A scratch directory, removed with everything in it.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(TempDir const&) = delete;
-  TempDir& operator=(TempDir const&) = delete;
-  std::string const& path() const { return path_; }
-  std::string file(std::string const& name, std::string const& contents) const;
-
- private:
-  std::string path_;
-};
-
-std::string readFile(std::string const& path);
+using test_support::readFile;
+using test_support::TempDir;
 
 // A child process in a process group of its own; the group is stopped (SIGCONT, SIGTERM, then
 // SIGKILL) and the child reaped when destroyed. `env` entries are added to ours ("NAME=value").

@@ -190,29 +190,6 @@ void XServer::kill() {
   pid_ = -1;
 }
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "x11-test-XXXXXX").string();
-  if (!::mkdtemp(pattern.data()))
-    throw std::runtime_error("mkdtemp failed");
-  path_ = pattern;
-}
-
-TempDir::~TempDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::file(std::string const& name, std::string const& contents) const {
-  auto const path = path_ + "/" + name;
-  std::ofstream(path, std::ios::binary) << contents;
-  return path;
-}
-
-std::string readFile(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 Process::Process(std::vector<std::string> const& argv, Io const& io) {
   int const in = ::open(io.stdinPath.c_str(), O_RDONLY | O_CLOEXEC);
   int const out = ::open(io.outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

@@ -18,6 +18,7 @@
 #include "platform/event.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/x11/x11_clipboard.hpp"
+#include "support/temp_dir.hpp"
 
 struct xcb_connection_t;
 
@@ -43,21 +44,8 @@ class XServer {
   std::string display_;
 };
 
-// A scratch directory, removed with everything in it.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(TempDir const&) = delete;
-  TempDir& operator=(TempDir const&) = delete;
-  std::string const& path() const { return path_; }
-  std::string file(std::string const& name, std::string const& contents) const;
-
- private:
-  std::string path_;
-};
-
-std::string readFile(std::string const& path);
+using test_support::readFile;
+using test_support::TempDir;
 
 // A child process in a process group of its own, with DISPLAY set to ours; stopped (SIGCONT,
 // SIGTERM, then SIGKILL after a second) and reaped when destroyed.
