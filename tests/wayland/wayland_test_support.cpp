@@ -1,4 +1,5 @@
 #include "wayland_test_support.hpp"
+#include "support/child_wait.hpp"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -28,6 +29,8 @@
 extern char** environ;
 
 namespace wayland_test {
+
+using test_support::waitForExit;
 namespace {
 
 std::string findProgram(std::string const& name) {
@@ -93,21 +96,6 @@ pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const
   }
   ::setpgid(pid, pid);
   return pid;
-}
-
-std::optional<int> waitForExit(pid_t pid, std::chrono::milliseconds timeout) {
-  auto const end = std::chrono::steady_clock::now() + timeout;
-  for (;;) {
-    int status = 0;
-    pid_t const got = ::waitpid(pid, &status, WNOHANG);
-    if (got == pid)
-      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    if (got < 0)
-      return -1;
-    if (std::chrono::steady_clock::now() >= end)
-      return std::nullopt;
-    std::this_thread::sleep_for(2ms);
-  }
 }
 
 int openOrThrow(std::string const& path, int flags) {

@@ -1,4 +1,5 @@
 #include "x11_test_support.hpp"
+#include "support/child_wait.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -23,6 +24,8 @@
 extern char** environ;
 
 namespace x11_test {
+
+using test_support::waitForExit;
 namespace {
 
 template <class T>
@@ -97,21 +100,6 @@ std::vector<std::string> childEnvironment(std::string const& display) {
   if (!display.empty())
     env.push_back("DISPLAY=" + display);
   return env;
-}
-
-std::optional<int> waitForExit(pid_t pid, std::chrono::milliseconds timeout) {
-  auto const end = std::chrono::steady_clock::now() + timeout;
-  for (;;) {
-    int status = 0;
-    pid_t const got = ::waitpid(pid, &status, WNOHANG);
-    if (got == pid)
-      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    if (got < 0)
-      return -1;
-    if (std::chrono::steady_clock::now() >= end)
-      return std::nullopt;
-    std::this_thread::sleep_for(2ms);
-  }
 }
 
 void terminate(pid_t pid) {
