@@ -10,6 +10,8 @@
 
 namespace EditorServices {
 
+class ClipboardImpl;
+
 struct ClipboardVocabulary {
   // Request and reply keys.
   std::string requestIdKey;       // request id in a request (the front end sends "requestid")
@@ -59,20 +61,23 @@ struct ClipboardVocabulary {
   std::uint64_t hostWord = 0;
 };
 
-// A vocabulary that a host can use as it is:
-//   keys        "requestid", "requestid", "uid", "clipboardItems", "flavors", "data", "mimeType",
-//               "action", "success"
-//   mime types  "text/uri-list", "image/svg+xml", tagged "image/x-java-image;
-//   class=java.awt.Image",
-//               ignored "application/x-java-jvm-local-objectref"
-//   prefixes    "image/", "application/", "text/", "application/x-java-"
-//   pairs       "application/rtf", "application/xhtml+xml", "application/json", each with
-//               "application/x-java-serialized-object; class=java.lang.String;
-//               format=<rtf|xhtml|json>"
-//   data URLs   "data:" + mime + ";" + "base64" + "," + base64 (RFC 2397); tagged images carry
-//               "data:image/png;base64," + base64
-//   actions     "copy" (default), "cut" (action one)
-//   fallback    "text/plain", "text/uri-list", "image/png"
+// One named text of the vocabulary: its name (as a host's vocabulary file spells it), its field,
+// the service member it lands in, and its text in the default vocabulary.
+struct VocabularyText {
+  char const* name;
+  std::string ClipboardVocabulary::*field;
+  std::string ClipboardImpl::*member;
+  char const* defaultText;
+};
+
+// Every named text, each once: the service's constructor, the default vocabulary and hosts that
+// read a vocabulary by name all go through this list.
+std::array<VocabularyText, 30> const& vocabularyTexts();
+
+// The default vocabulary: the texts of vocabularyTexts() (request id "requestid", items with
+// "mimeType", "data" and "action", images as RFC 2397 data URLs, the three Java-serialized
+// string pairs, actions "copy" and "cut") and the fallback flavors "text/plain",
+// "text/uri-list", "image/png".
 ClipboardVocabulary const& defaultClipboardVocabulary();
 
 }  // namespace EditorServices

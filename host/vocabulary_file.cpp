@@ -1,7 +1,7 @@
 #include "host/vocabulary_file.hpp"
 
+#include <algorithm>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -28,39 +28,6 @@ EditorServices::ClipboardVocabulary loadVocabulary(std::string const& path) {
   }
 
   EditorServices::ClipboardVocabulary v = EditorServices::defaultClipboardVocabulary();
-  std::map<std::string, std::string*> const texts = {
-      {"requestIdKey", &v.requestIdKey},
-      {"replyRequestIdKey", &v.replyRequestIdKey},
-      {"uidKey", &v.uidKey},
-      {"clipboardItemsKey", &v.clipboardItemsKey},
-      {"flavorsKey", &v.flavorsKey},
-      {"itemDataKey", &v.itemDataKey},
-      {"itemMimeTypeKey", &v.itemMimeTypeKey},
-      {"itemActionKey", &v.itemActionKey},
-      {"successKey", &v.successKey},
-      {"textUriListMimeType", &v.textUriListMimeType},
-      {"svgMimeType", &v.svgMimeType},
-      {"taggedImageMimeType", &v.taggedImageMimeType},
-      {"ignoredMimeType", &v.ignoredMimeType},
-      {"graphicsMimePrefix", &v.graphicsMimePrefix},
-      {"applicationMimePrefix", &v.applicationMimePrefix},
-      {"textMimePrefix", &v.textMimePrefix},
-      {"javaMimePrefix", &v.javaMimePrefix},
-      {"nativeMimeType1", &v.nativeMimeType1},
-      {"nativeMimeType2", &v.nativeMimeType2},
-      {"nativeMimeType3", &v.nativeMimeType3},
-      {"javaMimeType1", &v.javaMimeType1},
-      {"javaMimeType2", &v.javaMimeType2},
-      {"javaMimeType3", &v.javaMimeType3},
-      {"dataUrlPrefix", &v.dataUrlPrefix},
-      {"dataUrlParameterSeparator", &v.dataUrlParameterSeparator},
-      {"dataUrlEncodingName", &v.dataUrlEncodingName},
-      {"dataUrlDataSeparator", &v.dataUrlDataSeparator},
-      {"taggedImageValuePrefix", &v.taggedImageValuePrefix},
-      {"defaultActionText", &v.defaultActionText},
-      {"actionOneText", &v.actionOneText},
-  };
-
   for (auto& [name, value] : members) {
     if (name == "fallbackFlavors") {
       if (!value.is<foundation::json::Array>()) {
@@ -74,14 +41,16 @@ EditorServices::ClipboardVocabulary loadVocabulary(std::string const& path) {
       v.fallbackFlavors = value.get<foundation::json::Array>();
       continue;
     }
-    auto const field = texts.find(name);
-    if (field == texts.end()) {
+    auto const& texts = EditorServices::vocabularyTexts();
+    auto const text =
+        std::find_if(texts.begin(), texts.end(), [&](auto const& t) { return name == t.name; });
+    if (text == texts.end()) {
       throw std::runtime_error(path + ": unknown vocabulary member \"" + name + "\"");
     }
     if (!value.is<std::string>()) {
       throw std::runtime_error(path + ": \"" + name + "\" must be a string");
     }
-    *field->second = value.get<std::string>();
+    v.*text->field = value.get<std::string>();
   }
 
   if (v.requestIdKey != "requestid") {
