@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "json/reader.hpp"
@@ -226,18 +227,41 @@ TEST(ClipboardHost, HelpNamesEveryOption) {
   }
 }
 
-// The README shows the Python front end that a test runs: the same code, line for line.
-TEST(ClipboardHost, ReadmeShowsThePythonExampleVerbatim) {
-  std::string const source = std::string(EDITOR_CLIPBOARD_SOURCE_DIR);
-  std::string const example = readFile(source + "/examples/host_client.py");
-  ASSERT_FALSE(example.empty());
-  std::string indented;
-  std::istringstream lines(example);
-  for (std::string line; std::getline(lines, line);) {
-    indented += line.empty() ? "\n" : "    " + line + "\n";
+// Code the documents show is the code the tests build and run, line for line.
+TEST(ClipboardHost, DocumentsShowTheirExamplesVerbatim) {
+  std::string const source = std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/";
+  for (auto const& [document, example] :
+       {std::pair{"README.md", "tests/packaging/consumer/main.cpp"},
+        std::pair{"docs/protocol.md", "examples/host_client.py"}}) {
+    std::string const code = readFile(source + example);
+    ASSERT_FALSE(code.empty()) << example;
+    std::string indented;
+    std::istringstream lines(code);
+    for (std::string line; std::getline(lines, line);) {
+      indented += line.empty() ? "\n" : "    " + line + "\n";
+    }
+    EXPECT_NE(readFile(source + document).find(indented), std::string::npos)
+        << document << " must show " << example << " indented by four spaces";
   }
-  EXPECT_NE(readFile(source + "/README.md").find(indented), std::string::npos)
-      << "README.md must show examples/host_client.py indented by four spaces";
+}
+
+// The README's session: its input lines through the host give its output lines.
+TEST(ClipboardHost, ReadmeSessionGivesTheOutputItShows) {
+  std::istringstream readme(readFile(std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/README.md"));
+  std::string input;
+  std::vector<std::string> shown;
+  for (std::string line; std::getline(readme, line);) {
+    if (line.rfind("    {\"kind\":", 0) == 0) {
+      input += line.substr(4) + "\n";
+    } else if (line.rfind("    {\"type\":", 0) == 0) {
+      shown.push_back(line.substr(4));
+    }
+  }
+  ASSERT_FALSE(input.empty());
+  ASSERT_FALSE(shown.empty());
+  HostRun const run = runHost(input);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.lines, shown);
 }
 
 }  // namespace
