@@ -22,7 +22,7 @@
 #include "host/line_reader.hpp"
 #include "host/options.hpp"
 #include "host/vocabulary_file.hpp"
-#include "host/websocket_server.hpp"
+#include "host/web/listener.hpp"
 #include "platform/log.hpp"
 
 namespace {
@@ -117,7 +117,8 @@ int main(int argc, char** argv) {
     if (options.diagnostics) {
       capture.emplace();
     }
-    return clipboard_host::runWebHost(clipboard_host::webHostOptions(options), vocabulary, backend);
+    return clipboard_host::web::runWebHost(clipboard_host::web::webHostOptions(options), vocabulary,
+                                           backend);
   }
 
   clipboard_host::LineWriter writer(stdout, options.pretty);

@@ -7,13 +7,13 @@
 #include <memory>
 #include <optional>
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
-class WebServer;
+class Listener;
 
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
  public:
-  HttpSession(boost::asio::ip::tcp::socket&& socket, WebServer& server);
+  HttpSession(boost::asio::ip::tcp::socket&& socket, Listener& server);
   void start();
   void close();  // from any thread
 
@@ -29,7 +29,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   boost::beast::flat_buffer buffer_;
   std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> parser_;
   std::shared_ptr<Response> response_;
-  WebServer& server_;
+  Listener& server_;
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/http_session.hpp"
+#include "host/web/http_session.hpp"
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
@@ -7,11 +7,11 @@
 #include <fstream>
 #include <sstream>
 
-#include "host/http_files.hpp"
-#include "host/http_security.hpp"
-#include "host/websocket_server.hpp"
+#include "host/web/access_policy.hpp"
+#include "host/web/listener.hpp"
+#include "host/web/static_files.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 namespace beast = boost::beast;
 namespace http = beast::http;
@@ -24,7 +24,7 @@ constexpr auto kRequestTimeout = std::chrono::seconds(30);
 
 }  // namespace
 
-HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, WebServer& server)
+HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, Listener& server)
     : stream_(std::move(socket)), server_(server) {}
 
 void HttpSession::start() {
@@ -147,4 +147,4 @@ void HttpSession::send(Response response, bool keepAlive) {
                     });
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

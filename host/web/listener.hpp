@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "clipboard/clipboard_impl.hpp"
-#include "host/http_security.hpp"
 #include "host/options.hpp"
-#include "host/websocket_connection.hpp"
+#include "host/web/access_policy.hpp"
+#include "host/web/websocket_session.hpp"
 #include "platform/clipboard.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 struct WebHostOptions {
   std::string address = "127.0.0.1";
@@ -41,14 +41,14 @@ int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const
 
 class HttpSession;
 
-class WebServer {
+class Listener {
  public:
   // Binds the socket; throws on failure (address in use, no web folder, bad token file).
-  WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-            std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
-  ~WebServer();
-  WebServer(WebServer const&) = delete;
-  WebServer& operator=(WebServer const&) = delete;
+  Listener(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+           std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
+  ~Listener();
+  Listener(Listener const&) = delete;
+  Listener& operator=(Listener const&) = delete;
 
   std::string pageUrl() const { return policy_->pageUrl(); }
   std::string const& webRoot() const { return webRoot_; }
@@ -65,7 +65,7 @@ class WebServer {
   std::size_t maxMessage() const { return options_.limits.maxMessage; }
   // Takes a WebSocket slot; false when --max-connections are open.
   bool reserveConnection();
-  void startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request);
+  void startConnection(boost::beast::tcp_stream&& stream, WebSocketSession::Request request);
   void track(std::shared_ptr<HttpSession> const& session);
 
  private:
@@ -85,10 +85,10 @@ class WebServer {
 
   std::mutex mutex_;
   std::size_t openConnections_ = 0;  // slots taken, released when a connection's worker ends
-  std::vector<std::shared_ptr<WsConnection>> connections_;
-  std::vector<WsConnection*> ended_;  // workers done, to be joined and dropped
+  std::vector<std::shared_ptr<WebSocketSession>> connections_;
+  std::vector<WebSocketSession*> ended_;  // workers done, to be joined and dropped
   std::vector<std::weak_ptr<HttpSession>> httpSessions_;
   std::atomic<bool> stopping_{false};
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -22,24 +22,24 @@
 #include "clipboard/clipboard_impl.hpp"
 #include "platform/clipboard.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 struct ConnectionLimits {
   std::size_t maxMessage = std::size_t{256} << 20;  // larger frames close with 1009
   std::size_t maxQueue = std::size_t{64} << 20;     // bytes waiting in either direction
 };
 
-class WsConnection : public std::enable_shared_from_this<WsConnection> {
+class WebSocketSession : public std::enable_shared_from_this<WebSocketSession> {
  public:
   using Request = boost::beast::http::request<boost::beast::http::empty_body>;
 
-  WsConnection(boost::beast::tcp_stream&& stream,
-               EditorServices::ClipboardVocabulary const& vocabulary,
-               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, ConnectionLimits limits,
-               bool diagnostics);
-  ~WsConnection();
-  WsConnection(WsConnection const&) = delete;
-  WsConnection& operator=(WsConnection const&) = delete;
+  WebSocketSession(boost::beast::tcp_stream&& stream,
+                   EditorServices::ClipboardVocabulary const& vocabulary,
+                   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
+                   ConnectionLimits limits, bool diagnostics);
+  ~WebSocketSession();
+  WebSocketSession(WebSocketSession const&) = delete;
+  WebSocketSession& operator=(WebSocketSession const&) = delete;
 
   // Completes the upgrade that `request` asked for and starts serving.
   void start(Request request);
@@ -82,4 +82,4 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
   std::thread worker_;
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/websocket_server.hpp"
+#include "host/web/listener.hpp"
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
@@ -7,10 +7,10 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "host/http_files.hpp"
-#include "host/http_session.hpp"
+#include "host/web/http_session.hpp"
+#include "host/web/static_files.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
@@ -39,7 +39,7 @@ WebHostOptions webHostOptions(Options const& options) {
 int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
                std::shared_ptr<pf::clipboard::PFClipboardBackend> backend) {
   try {
-    WebServer server(std::move(options), vocabulary, std::move(backend));
+    Listener server(std::move(options), vocabulary, std::move(backend));
     std::cerr << "listening on " << server.pageUrl() << std::endl;
     server.runUntilSignal();
   } catch (std::exception const& e) {
@@ -49,8 +49,8 @@ int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const
   return 0;
 }
 
-WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-                     std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
+Listener::Listener(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
+                   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
     : options_(std::move(options)),
       vocabulary_(vocabulary),
       backend_(std::move(backend)),
@@ -76,11 +76,11 @@ WebServer::WebServer(WebHostOptions options, EditorServices::ClipboardVocabulary
                                            address.is_loopback());
 }
 
-WebServer::~WebServer() {
+Listener::~Listener() {
   stop();
 }
 
-bool WebServer::reserveConnection() {
+bool Listener::reserveConnection() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (stopping_ || openConnections_ >= options_.maxConnections) {
     return false;
@@ -89,10 +89,11 @@ bool WebServer::reserveConnection() {
   return true;
 }
 
-void WebServer::startConnection(boost::beast::tcp_stream&& stream, WsConnection::Request request) {
-  auto connection = std::make_shared<WsConnection>(std::move(stream), vocabulary_, backend_,
-                                                   options_.limits, options_.diagnostics);
-  WsConnection* const raw = connection.get();
+void Listener::startConnection(boost::beast::tcp_stream&& stream,
+                               WebSocketSession::Request request) {
+  auto connection = std::make_shared<WebSocketSession>(std::move(stream), vocabulary_, backend_,
+                                                       options_.limits, options_.diagnostics);
+  WebSocketSession* const raw = connection.get();
   // Runs on the connection's worker thread, its service object already gone.
   connection->setEnded([this, raw] {
     {
@@ -112,11 +113,11 @@ void WebServer::startConnection(boost::beast::tcp_stream&& stream, WsConnection:
   }
 }
 
-void WebServer::reap() {
-  std::vector<std::shared_ptr<WsConnection>> done;
+void Listener::reap() {
+  std::vector<std::shared_ptr<WebSocketSession>> done;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (WsConnection* raw : ended_) {
+    for (WebSocketSession* raw : ended_) {
       auto const it = std::find_if(connections_.begin(), connections_.end(),
                                    [raw](auto const& c) { return c.get() == raw; });
       if (it != connections_.end()) {
@@ -131,7 +132,7 @@ void WebServer::reap() {
   }
 }
 
-void WebServer::track(std::shared_ptr<HttpSession> const& session) {
+void Listener::track(std::shared_ptr<HttpSession> const& session) {
   std::lock_guard<std::mutex> lock(mutex_);
   httpSessions_.erase(std::remove_if(httpSessions_.begin(), httpSessions_.end(),
                                      [](auto const& w) { return w.expired(); }),
@@ -139,7 +140,7 @@ void WebServer::track(std::shared_ptr<HttpSession> const& session) {
   httpSessions_.push_back(session);
 }
 
-void WebServer::doAccept() {
+void Listener::doAccept() {
   acceptor_.async_accept(
       asio::make_strand(ioc_), [this](boost::system::error_code ec, tcp::socket socket) {
         if (ec == asio::error::operation_aborted || stopping_) {
@@ -163,12 +164,12 @@ void WebServer::doAccept() {
       });
 }
 
-void WebServer::runUntilSignal() {
+void Listener::runUntilSignal() {
   asio::signal_set signals(ioc_, SIGINT, SIGTERM);
   signals.async_wait([this](boost::system::error_code, int) {
     stopping_ = true;
     acceptor_.close();
-    std::vector<std::shared_ptr<WsConnection>> open;
+    std::vector<std::shared_ptr<WebSocketSession>> open;
     std::vector<std::shared_ptr<HttpSession>> sessions;
     {
       std::lock_guard<std::mutex> lock(mutex_);
@@ -195,14 +196,14 @@ void WebServer::runUntilSignal() {
   stop();
 }
 
-void WebServer::stop() {
+void Listener::stop() {
   stopping_ = true;
   for (auto& thread : ioThreads_) {
     thread.join();
   }
   ioThreads_.clear();
   // Every handler has run: the workers saw their connections close.
-  std::vector<std::shared_ptr<WsConnection>> open;
+  std::vector<std::shared_ptr<WebSocketSession>> open;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     open.swap(connections_);
@@ -216,4 +217,4 @@ void WebServer::stop() {
   ioc_.poll();
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web
