@@ -52,9 +52,9 @@ int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const
 Listener::Listener(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
                    std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
     : options_(std::move(options)),
-      vocabulary_(vocabulary),
-      backend_(std::move(backend)),
-      acceptor_(asio::make_strand(ioc_)) {
+      webSocket_{vocabulary, std::move(backend), options_.limits, options_.diagnostics},
+      acceptor_(asio::make_strand(ioc_)),
+      connections_(ioc_, options_.maxConnections) {
   webRoot_ = findWebRoot(options_.webRoot);
   if (webRoot_.empty()) {
     throw std::runtime_error(options_.webRoot.empty()
@@ -80,58 +80,6 @@ Listener::~Listener() {
   stop();
 }
 
-bool Listener::reserveConnection() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (stopping_ || openConnections_ >= options_.maxConnections) {
-    return false;
-  }
-  ++openConnections_;
-  return true;
-}
-
-void Listener::startConnection(boost::beast::tcp_stream&& stream,
-                               WebSocketSession::Request request) {
-  auto connection = std::make_shared<WebSocketSession>(std::move(stream), vocabulary_, backend_,
-                                                       options_.limits, options_.diagnostics);
-  WebSocketSession* const raw = connection.get();
-  // Runs on the connection's worker thread, its service object already gone.
-  connection->setEnded([this, raw] {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      --openConnections_;
-      ended_.push_back(raw);
-    }
-    asio::post(ioc_, [this] { reap(); });
-  });
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    connections_.push_back(connection);
-  }
-  connection->start(std::move(request));
-  if (stopping_) {
-    connection->shutdown();
-  }
-}
-
-void Listener::reap() {
-  std::vector<std::shared_ptr<WebSocketSession>> done;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (WebSocketSession* raw : ended_) {
-      auto const it = std::find_if(connections_.begin(), connections_.end(),
-                                   [raw](auto const& c) { return c.get() == raw; });
-      if (it != connections_.end()) {
-        done.push_back(std::move(*it));
-        connections_.erase(it);
-      }
-    }
-    ended_.clear();
-  }
-  for (auto& connection : done) {
-    connection->join();
-  }
-}
-
 void Listener::track(std::shared_ptr<HttpSession> const& session) {
   std::lock_guard<std::mutex> lock(mutex_);
   httpSessions_.erase(std::remove_if(httpSessions_.begin(), httpSessions_.end(),
@@ -141,27 +89,28 @@ void Listener::track(std::shared_ptr<HttpSession> const& session) {
 }
 
 void Listener::doAccept() {
-  acceptor_.async_accept(
-      asio::make_strand(ioc_), [this](boost::system::error_code ec, tcp::socket socket) {
-        if (ec == asio::error::operation_aborted || stopping_) {
-          return;
-        }
-        if (!ec) {
-          bool room = false;
-          {
-            std::lock_guard<std::mutex> lock(mutex_);
-            room = std::count_if(httpSessions_.begin(), httpSessions_.end(), [](auto const& w) {
-                     return !w.expired();
-                   }) < static_cast<std::ptrdiff_t>(kMaxHttpSessions);
-          }
-          if (room) {
-            auto session = std::make_shared<HttpSession>(std::move(socket), *this);
-            track(session);
-            session->start();
-          }
-        }
-        doAccept();
-      });
+  acceptor_.async_accept(asio::make_strand(ioc_), [this](boost::system::error_code ec,
+                                                         tcp::socket socket) {
+    if (ec == asio::error::operation_aborted || stopping_) {
+      return;
+    }
+    if (!ec) {
+      bool room = false;
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        room = std::count_if(httpSessions_.begin(), httpSessions_.end(), [](auto const& w) {
+                 return !w.expired();
+               }) < static_cast<std::ptrdiff_t>(kMaxHttpSessions);
+      }
+      if (room) {
+        auto session = std::make_shared<HttpSession>(
+            std::move(socket), HttpSession::Context{*policy_, webRoot_, webSocket_, connections_});
+        track(session);
+        session->start();
+      }
+    }
+    doAccept();
+  });
 }
 
 void Listener::runUntilSignal() {
@@ -169,20 +118,16 @@ void Listener::runUntilSignal() {
   signals.async_wait([this](boost::system::error_code, int) {
     stopping_ = true;
     acceptor_.close();
-    std::vector<std::shared_ptr<WebSocketSession>> open;
     std::vector<std::shared_ptr<HttpSession>> sessions;
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      open = connections_;
       for (auto const& weak : httpSessions_) {
         if (auto session = weak.lock()) {
           sessions.push_back(std::move(session));
         }
       }
     }
-    for (auto const& connection : open) {
-      connection->shutdown();
-    }
+    connections_.shutdownAll();
     for (auto const& session : sessions) {
       session->close();
     }
@@ -203,15 +148,7 @@ void Listener::stop() {
   }
   ioThreads_.clear();
   // Every handler has run: the workers saw their connections close.
-  std::vector<std::shared_ptr<WebSocketSession>> open;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    open.swap(connections_);
-  }
-  for (auto& connection : open) {
-    connection->shutdown();
-    connection->join();
-  }
+  connections_.closeAll();
   // What the workers posted last (closes, writes that find the connection closed).
   ioc_.restart();
   ioc_.poll();

@@ -1,4 +1,8 @@
 // clipboard-host --listen: the page over HTTP and the service over WebSocket, on Boost.Beast.
+//
+// The listener accepts each TCP connection as an HttpSession; one that upgrades turns its socket
+// into a WebSocketSession and places it in the listener's ConnectionRegistry. Nothing below the
+// listener knows it: the HTTP sessions get what they share as an HttpSession::Context.
 #pragma once
 
 #include <atomic>
@@ -14,7 +18,8 @@
 #include "clipboard/clipboard_impl.hpp"
 #include "host/options.hpp"
 #include "host/web/access_policy.hpp"
-#include "host/web/websocket_session.hpp"
+#include "host/web/connection_registry.hpp"
+#include "host/web/session_settings.hpp"
 #include "platform/clipboard.hpp"
 
 namespace clipboard_host::web {
@@ -51,42 +56,27 @@ class Listener {
   Listener& operator=(Listener const&) = delete;
 
   std::string pageUrl() const { return policy_->pageUrl(); }
-  std::string const& webRoot() const { return webRoot_; }
-
-  // The server's settings from the command line's.
-  WebHostOptions webHostOptions(Options const& options);
 
   // Serves until SIGINT or SIGTERM, then closes every connection (their service objects go
   // first) and returns.
   void runUntilSignal();
 
-  // For the HTTP sessions.
-  AccessPolicy const& policy() const { return *policy_; }
-  std::size_t maxMessage() const { return options_.limits.maxMessage; }
-  // Takes a WebSocket slot; false when --max-connections are open.
-  bool reserveConnection();
-  void startConnection(boost::beast::tcp_stream&& stream, WebSocketSession::Request request);
-  void track(std::shared_ptr<HttpSession> const& session);
-
  private:
   void doAccept();
-  void reap();
+  void track(std::shared_ptr<HttpSession> const& session);
   void stop();
 
   WebHostOptions options_;
-  EditorServices::ClipboardVocabulary const& vocabulary_;
-  std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
+  SessionSettings webSocket_;
   std::string webRoot_;
   std::unique_ptr<AccessPolicy> policy_;
 
   boost::asio::io_context ioc_;
   boost::asio::ip::tcp::acceptor acceptor_;
   std::vector<std::thread> ioThreads_;
+  ConnectionRegistry connections_;
 
-  std::mutex mutex_;
-  std::size_t openConnections_ = 0;  // slots taken, released when a connection's worker ends
-  std::vector<std::shared_ptr<WebSocketSession>> connections_;
-  std::vector<WebSocketSession*> ended_;  // workers done, to be joined and dropped
+  std::mutex mutex_;  // guards httpSessions_
   std::vector<std::weak_ptr<HttpSession>> httpSessions_;
   std::atomic<bool> stopping_{false};
 };

@@ -11,15 +11,8 @@ namespace clipboard_host::web {
 namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 
-WebSocketSession::WebSocketSession(beast::tcp_stream&& stream,
-                                   EditorServices::ClipboardVocabulary const& vocabulary,
-                                   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
-                                   ConnectionLimits limits, bool diagnostics)
-    : ws_(std::move(stream)),
-      vocabulary_(vocabulary),
-      backend_(std::move(backend)),
-      limits_(limits),
-      diagnostics_(diagnostics) {}
+WebSocketSession::WebSocketSession(beast::tcp_stream&& stream, SessionSettings const& settings)
+    : ws_(std::move(stream)), settings_(settings) {}
 
 WebSocketSession::~WebSocketSession() {
   join();
@@ -42,7 +35,7 @@ void WebSocketSession::start(Request request) {
   ws_.set_option(websocket::stream_base::decorator([](websocket::response_type& response) {
     response.set(beast::http::field::server, "clipboard-host");
   }));
-  ws_.read_message_max(limits_.maxMessage);
+  ws_.read_message_max(settings_.limits.maxMessage);
   // One frame per message: large replies are not cut into thousands of small frames.
   ws_.auto_fragment(false);
   ws_.text(true);
@@ -85,7 +78,7 @@ void WebSocketSession::onRead(beast::error_code ec, std::size_t) {
   inboundBytes_ += message.size();
   inbound_.push_back(std::move(message));
   wake_.notify_one();
-  if (inboundBytes_ >= limits_.maxQueue) {
+  if (inboundBytes_ >= settings_.limits.maxQueue) {
     readPaused_ = true;  // the worker reads on once it has caught up
     return;
   }
@@ -98,7 +91,7 @@ void WebSocketSession::queueOutput(std::string const& message) {
     return;
   }
   // One message always fits, however large; beyond that the peer must be reading.
-  if (!outbound_.empty() && outboundBytes_ + message.size() > limits_.maxQueue) {
+  if (!outbound_.empty() && outboundBytes_ + message.size() > settings_.limits.maxQueue) {
     closeLocked();
     return;
   }
@@ -168,7 +161,7 @@ void WebSocketSession::abort() {
 void WebSocketSession::work() {
   {
     LineWriter writer([this](std::string const& message) { queueOutput(message); }, false);
-    HostSession session(vocabulary_, backend_, writer, diagnostics_);
+    HostSession session(settings_.vocabulary, settings_.backend, writer, settings_.diagnostics);
     std::size_t number = 0;
     for (;;) {
       std::string message;
@@ -181,7 +174,7 @@ void WebSocketSession::work() {
         message = std::move(inbound_.front());
         inbound_.pop_front();
         inboundBytes_ -= message.size();
-        if (readPaused_ && inboundBytes_ < limits_.maxQueue) {
+        if (readPaused_ && inboundBytes_ < settings_.limits.maxQueue) {
           readPaused_ = false;
           boost::asio::post(ws_.get_executor(), [self = shared_from_this()] { self->doRead(); });
         }
