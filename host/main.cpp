@@ -22,7 +22,7 @@
 #include "host/line_reader.hpp"
 #include "host/options.hpp"
 #include "host/vocabulary_file.hpp"
-#include "host/web/listener.hpp"
+#include "host/web/serve.hpp"
 #include "platform/log.hpp"
 
 namespace {
@@ -111,14 +111,16 @@ int main(int argc, char** argv) {
     stderrSink.emplace(options.logLevels);
   }
 
-  if (options.web.listen) {
+  if (options.listen) {
     clipboard_host::BackendInstallation installation(backend);
     std::optional<clipboard_host::DiagnosticsCapture> capture;
     if (options.diagnostics) {
       capture.emplace();
     }
-    return clipboard_host::web::runWebHost(clipboard_host::web::webHostOptions(options), vocabulary,
-                                           backend);
+    // A WebSocket message is bounded by --max-line, as a line on standard input is.
+    clipboard_host::web::SessionSettings const sessions{
+        vocabulary, backend, {options.maxLine}, options.diagnostics};
+    return clipboard_host::web::serve(options.web, sessions);
   }
 
   clipboard_host::LineWriter writer(stdout, options.pretty);

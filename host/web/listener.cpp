@@ -4,7 +4,6 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/strand.hpp>
-#include <iostream>
 #include <stdexcept>
 
 #include "host/web/http_session.hpp"
@@ -23,48 +22,20 @@ constexpr std::size_t kMaxHttpSessions = 64;
 
 }  // namespace
 
-WebHostOptions webHostOptions(Options const& options) {
-  WebHostOptions web;
-  web.address = options.web.address;
-  web.port = options.web.port;
-  web.tokenFile = options.web.tokenFile;
-  web.allowOrigins = options.web.allowOrigins;
-  web.maxConnections = options.web.maxConnections;
-  web.webRoot = options.web.webRoot;
-  web.limits.maxMessage = options.maxLine;
-  web.diagnostics = options.diagnostics;
-  return web;
-}
-
-int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend) {
-  try {
-    Listener server(std::move(options), vocabulary, std::move(backend));
-    std::cerr << "listening on " << server.pageUrl() << std::endl;
-    server.runUntilSignal();
-  } catch (std::exception const& e) {
-    std::cerr << "clipboard-host: " << e.what() << "\n";
-    return 1;
-  }
-  return 0;
-}
-
-Listener::Listener(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-                   std::shared_ptr<pf::clipboard::PFClipboardBackend> backend)
-    : options_(std::move(options)),
-      webSocket_{vocabulary, std::move(backend), options_.limits, options_.diagnostics},
+Listener::Listener(Settings const& settings, SessionSettings webSocket)
+    : webSocket_(std::move(webSocket)),
       acceptor_(asio::make_strand(ioc_)),
-      connections_(ioc_, options_.maxConnections) {
-  webRoot_ = findWebRoot(options_.webRoot);
+      connections_(ioc_, settings.maxConnections) {
+  webRoot_ = findWebRoot(settings.webRoot);
   if (webRoot_.empty()) {
-    throw std::runtime_error(options_.webRoot.empty()
+    throw std::runtime_error(settings.webRoot.empty()
                                  ? "no web folder found (give one with --web-root)"
-                                 : "no such folder: " + options_.webRoot);
+                                 : "no such folder: " + settings.webRoot);
   }
-  std::string token = options_.tokenFile.empty() ? makeToken() : readTokenFile(options_.tokenFile);
+  std::string token = settings.tokenFile.empty() ? makeToken() : readTokenFile(settings.tokenFile);
 
-  auto const address = asio::ip::make_address(options_.address);
-  tcp::endpoint const endpoint(address, options_.port);
+  auto const address = asio::ip::make_address(settings.address);
+  tcp::endpoint const endpoint(address, settings.port);
   acceptor_.open(endpoint.protocol());
   acceptor_.set_option(asio::socket_base::reuse_address(true));
   acceptor_.bind(endpoint);
@@ -72,7 +43,7 @@ Listener::Listener(WebHostOptions options, EditorServices::ClipboardVocabulary c
   unsigned short const port = acceptor_.local_endpoint().port();
   std::string const hostName =
       address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
-  policy_ = std::make_unique<AccessPolicy>(hostName, port, std::move(token), options_.allowOrigins,
+  policy_ = std::make_unique<AccessPolicy>(hostName, port, std::move(token), settings.allowOrigins,
                                            address.is_loopback());
 }
 

@@ -15,42 +15,19 @@
 #include <thread>
 #include <vector>
 
-#include "clipboard/clipboard_impl.hpp"
-#include "host/options.hpp"
 #include "host/web/access_policy.hpp"
 #include "host/web/connection_registry.hpp"
 #include "host/web/session_settings.hpp"
-#include "platform/clipboard.hpp"
+#include "host/web/settings.hpp"
 
 namespace clipboard_host::web {
-
-struct WebHostOptions {
-  std::string address = "127.0.0.1";
-  unsigned short port = 0;  // 0 picks a free port
-  std::string tokenFile;    // empty: a fresh random token
-  std::vector<std::string> allowOrigins;
-  std::size_t maxConnections = 16;
-  std::string webRoot;  // empty: found beside the program or through the install prefix
-  ConnectionLimits limits;
-  bool diagnostics = false;  // the service's records travel with each reply
-};
-
-// The server's settings from the command line's.
-WebHostOptions webHostOptions(Options const& options);
-
-// Serves until SIGINT or SIGTERM with the backend installed by the caller. Prints the page's
-// address as the first line of standard error; returns the exit status (1 when the server
-// cannot start: address in use, no web folder, a bad token file).
-int runWebHost(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
 
 class HttpSession;
 
 class Listener {
  public:
   // Binds the socket; throws on failure (address in use, no web folder, bad token file).
-  Listener(WebHostOptions options, EditorServices::ClipboardVocabulary const& vocabulary,
-           std::shared_ptr<pf::clipboard::PFClipboardBackend> backend);
+  Listener(Settings const& settings, SessionSettings webSocket);
   ~Listener();
   Listener(Listener const&) = delete;
   Listener& operator=(Listener const&) = delete;
@@ -66,7 +43,6 @@ class Listener {
   void track(std::shared_ptr<HttpSession> const& session);
   void stop();
 
-  WebHostOptions options_;
   SessionSettings webSocket_;
   std::string webRoot_;
   std::unique_ptr<AccessPolicy> policy_;
