@@ -10,19 +10,13 @@
 #include <string>
 #include <vector>
 
-#include <boost/log/attributes/value_extraction.hpp>
-#include <boost/log/core.hpp>
-#include <boost/log/expressions.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/log/sinks/text_ostream_backend.hpp>
-
 #include "host/backend_choice.hpp"
 #include "host/diagnostics_capture.hpp"
 #include "host/host_session.hpp"
 #include "host/line_reader.hpp"
 #include "host/options.hpp"
 #include "host/vocabulary_file.hpp"
-#include "host/websocket_server.hpp"
+#include "host/web/serve.hpp"
 #include "platform/log.hpp"
 
 namespace {
@@ -31,35 +25,6 @@ int usageError(std::string const& message) {
   std::cerr << "clipboard-host: " << message << "\n(see clipboard-host --help)\n";
   return 2;
 }
-
-// Standard error gets the records of the --log levels only: --diagnostics may open the service's
-// level to capture it without asking for it on standard error.
-class StderrSink {
- public:
-  explicit StderrSink(std::uint32_t levels) {
-    namespace sinks = boost::log::sinks;
-    namespace expr = boost::log::expressions;
-    auto backend = boost::make_shared<sinks::text_ostream_backend>();
-    backend->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, [](std::ostream*) {}));
-    backend->auto_flush(true);
-    sink_ = boost::make_shared<Sink>(backend);
-    sink_->set_formatter(expr::stream << "[" << expr::attr<std::string>("Channel") << "] <"
-                                      << expr::attr<foundation::log::severity_level>("Severity")
-                                      << "> " << expr::smessage);
-    sink_->set_filter([levels](boost::log::attribute_value_set const& values) {
-      auto severity = boost::log::extract<foundation::log::severity_level>("Severity", values);
-      return severity && (static_cast<std::uint32_t>(*severity) & levels) != 0;
-    });
-    boost::log::core::get()->add_sink(sink_);
-  }
-  ~StderrSink() { boost::log::core::get()->remove_sink(sink_); }
-  StderrSink(StderrSink const&) = delete;
-  StderrSink& operator=(StderrSink const&) = delete;
-
- private:
-  using Sink = boost::log::sinks::synchronous_sink<boost::log::sinks::text_ostream_backend>;
-  boost::shared_ptr<Sink> sink_;
-};
 
 }  // namespace
 
@@ -106,18 +71,24 @@ int main(int argc, char** argv) {
   }
 
   foundation::log::set_enabled_levels(options.logLevels);
-  std::optional<StderrSink> stderrSink;
+  // Standard error gets the records of the --log levels only: --diagnostics may open the service's
+  // level to capture it without asking for it on standard error.
+  foundation::log::sink_handle stderrSink;
   if (options.logLevels != 0) {
-    stderrSink.emplace(options.logLevels);
+    stderrSink = foundation::log::add_stream_sink(
+        std::shared_ptr<std::ostream>(&std::cerr, [](std::ostream*) {}), options.logLevels);
   }
 
-  if (options.web.listen) {
+  if (options.listen) {
     clipboard_host::BackendInstallation installation(backend);
     std::optional<clipboard_host::DiagnosticsCapture> capture;
     if (options.diagnostics) {
       capture.emplace();
     }
-    return clipboard_host::runWebHost(clipboard_host::webHostOptions(options), vocabulary, backend);
+    // A WebSocket message is bounded by --max-line, as a line on standard input is.
+    clipboard_host::web::SessionSettings const sessions{
+        vocabulary, backend, {options.maxLine}, options.diagnostics};
+    return clipboard_host::web::serve(options.web, sessions);
   }
 
   clipboard_host::LineWriter writer(stdout, options.pretty);

@@ -116,7 +116,7 @@ std::vector<std::string> splitCommas(std::string const& text) {
   }
 }
 
-void parseListen(std::string const& text, WebSettings& web) {
+void parseListen(std::string const& text, web::Settings& web) {
   std::size_t const colon = text.rfind(':');
   std::string address = colon == std::string::npos ? std::string() : text.substr(0, colon);
   std::string const port = colon == std::string::npos ? text : text.substr(colon + 1);
@@ -137,7 +137,6 @@ void parseListen(std::string const& text, WebSettings& web) {
     web.address = address;
   }
   web.port = static_cast<unsigned short>(std::stoul(port));
-  web.listen = true;
 }
 
 }  // namespace
@@ -175,8 +174,8 @@ Options parseOptions(std::vector<std::string> const& arguments) {
       options.help = true;
     } else if (arg == "--backend") {
       options.backend = value();
-      if (options.backend != "memory" && options.backend != "x11" &&
-          options.backend != "wayland" && options.backend != "auto") {
+      if (options.backend != "memory" && options.backend != "x11" && options.backend != "wayland" &&
+          options.backend != "auto") {
         throw UsageError("unknown backend " + options.backend + " (memory, x11, wayland or auto)");
       }
     } else if (arg == "--vocabulary") {
@@ -216,6 +215,7 @@ Options parseOptions(std::vector<std::string> const& arguments) {
       }
     } else if (arg == "--listen") {
       parseListen(value(), options.web);
+      options.listen = true;
     } else if (arg == "--token-file") {
       options.web.tokenFile = value();
     } else if (arg == "--allow-origin") {
@@ -240,13 +240,13 @@ Options parseOptions(std::vector<std::string> const& arguments) {
     throw UsageError("--display, --x11-timeouts and --manager-handover need --backend x11 or auto");
   }
   bool const webOption = !options.web.tokenFile.empty() || !options.web.allowOrigins.empty() ||
-                         options.web.maxConnections != WebSettings().maxConnections ||
+                         options.web.maxConnections != web::Settings().maxConnections ||
                          !options.web.webRoot.empty();
-  if (webOption && !options.web.listen) {
+  if (webOption && !options.listen) {
     throw UsageError(
         "--token-file, --allow-origin, --max-connections and --web-root need --listen");
   }
-  if (options.web.listen && !options.script.empty()) {
+  if (options.listen && !options.script.empty()) {
     throw UsageError("--listen serves sockets, not a --script");
   }
   return options;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "host/web/settings.hpp"
+
 namespace clipboard_host {
 
 constexpr std::size_t kDefaultMaxLine = std::size_t{256} << 20;
@@ -22,17 +24,6 @@ struct X11Settings {
   std::chrono::milliseconds managerHandover{3000};
 };
 
-// --listen: the page over HTTP and the service over WebSocket instead of standard input.
-struct WebSettings {
-  bool listen = false;
-  std::string address = "127.0.0.1";
-  unsigned short port = 0;  // 0 picks a free port
-  std::string tokenFile;    // empty: a fresh random token
-  std::vector<std::string> allowOrigins;
-  std::size_t maxConnections = 16;
-  std::string webRoot;  // empty: found through the install prefix
-};
-
 struct Options {
   std::string backend = "memory";
   std::string vocabularyFile;
@@ -43,7 +34,8 @@ struct Options {
   bool pretty = false;
   bool help = false;
   X11Settings x11;
-  WebSettings web;
+  bool listen = false;  // --listen: the page and WebSockets instead of standard input
+  web::Settings web;
 };
 
 // A command line that cannot be served; main prints it and exits with status 2.

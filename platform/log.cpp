@@ -87,7 +87,7 @@ BOOST_LOG_ATTRIBUTE_KEYWORD(channel_attr, "Channel", std::string)
 BOOST_LOG_ATTRIBUTE_KEYWORD(severity_attr, "Severity", severity_level)
 }  // namespace
 
-sink_handle add_stream_sink(std::shared_ptr<std::ostream> stream) {
+sink_handle add_stream_sink(std::shared_ptr<std::ostream> stream, std::uint32_t levels) {
   namespace sinks = boost::log::sinks;
   namespace expr = boost::log::expressions;
   using sink_t = sinks::synchronous_sink<sinks::text_ostream_backend>;
@@ -98,6 +98,10 @@ sink_handle add_stream_sink(std::shared_ptr<std::ostream> stream) {
   auto sink = boost::make_shared<sink_t>(backend);
   sink->set_formatter(expr::stream << "[" << channel_attr << "] <" << severity_attr << "> "
                                    << expr::smessage);
+  sink->set_filter([levels](boost::log::attribute_value_set const& values) {
+    auto const severity = values[severity_attr];
+    return severity && (static_cast<std::uint32_t>(*severity) & levels) != 0;
+  });
   boost::log::core::get()->add_sink(sink);
   // Keep the boost::shared_ptr alive through a std::shared_ptr that owns a copy of it.
   auto holder = std::shared_ptr<sink_t>(sink.get(), [sink](sink_t*) {});

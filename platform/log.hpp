@@ -84,7 +84,9 @@ void set_default_enabled_levels(std::uint32_t word) noexcept;
 void set_enabled_levels(std::uint32_t word) noexcept;
 
 // Adds a synchronous text sink writing "[channel] <severity> message" lines to `stream`, and
-// returns a handle that removes it when destroyed.
+// returns a handle that removes it when destroyed. Only records whose level's bit is in `levels`
+// reach the stream: a host may open a logger's gate wider than it wants to print (to capture
+// records elsewhere) without them all showing up here.
 class sink_handle {
  public:
   sink_handle() = default;
@@ -97,6 +99,7 @@ class sink_handle {
  private:
   std::shared_ptr<void> sink_;
 };
-sink_handle add_stream_sink(std::shared_ptr<std::ostream> stream);
+sink_handle add_stream_sink(std::shared_ptr<std::ostream> stream,
+                            std::uint32_t levels = kAllLevels);
 
 }  // namespace foundation::log

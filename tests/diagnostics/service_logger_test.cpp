@@ -97,15 +97,20 @@ TEST(DiagnosticLogger, SetEnabledLevelsReachesExistingLoggers) {
   EXPECT_EQ(logger.enabled_levels(), saved);
 }
 
-TEST(DiagnosticLogger, StreamSinkWritesChannelAndMessage) {
+TEST(DiagnosticLogger, StreamSinkWritesTheRecordsOfItsLevels) {
   auto stream = std::make_shared<std::ostringstream>();
+  auto withFour = std::make_shared<std::ostringstream>();
+  auto withoutFour = std::make_shared<std::ostringstream>();
   {
     auto handle = foundation::log::add_stream_sink(stream);
+    auto four = foundation::log::add_stream_sink(withFour, 4u | 16u);
+    auto others = foundation::log::add_stream_sink(withoutFour, 8u | 16u);
     LogCapture capture;  // opens the gate
     EDITOR_SERVICES_LOG("JSON Parse Error");
   }
-  EXPECT_NE(stream->str().find("[editor_services::ClipboardImpl]"), std::string::npos);
-  EXPECT_NE(stream->str().find("JSON Parse Error"), std::string::npos);
+  EXPECT_EQ(stream->str(), "[editor_services::ClipboardImpl] <4> JSON Parse Error\n");
+  EXPECT_EQ(withFour->str(), stream->str());
+  EXPECT_EQ(withoutFour->str(), "") << "a level outside the sink's set";
   std::string const before = stream->str();
   {
     LogCapture capture;

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 // 128 random bits as 32 lower-case hex digits, from the kernel's random source.
 std::string makeToken();
@@ -53,4 +53,4 @@ class AccessPolicy {
   std::string token_;
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

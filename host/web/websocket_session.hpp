@@ -1,7 +1,7 @@
 // One front end on a WebSocket: its own service object, its own worker thread, and bounded
 // queues both ways.
 //
-// The socket's I/O runs on a strand of the server's I/O threads; the requests run one after
+// The socket's I/O runs on a strand of the listener's I/O threads; the requests run one after
 // another on the connection's worker thread, so a request blocked on a stalled clipboard owner
 // holds up its own connection only. Replies and notifications (which come from the backend's
 // thread) go through one outgoing queue; a peer that lets it grow past the bound is dropped.
@@ -19,27 +19,18 @@
 #include <string>
 #include <thread>
 
-#include "clipboard/clipboard_impl.hpp"
-#include "platform/clipboard.hpp"
+#include "host/web/session_settings.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
-struct ConnectionLimits {
-  std::size_t maxMessage = std::size_t{256} << 20;  // larger frames close with 1009
-  std::size_t maxQueue = std::size_t{64} << 20;     // bytes waiting in either direction
-};
-
-class WsConnection : public std::enable_shared_from_this<WsConnection> {
+class WebSocketSession : public std::enable_shared_from_this<WebSocketSession> {
  public:
   using Request = boost::beast::http::request<boost::beast::http::empty_body>;
 
-  WsConnection(boost::beast::tcp_stream&& stream,
-               EditorServices::ClipboardVocabulary const& vocabulary,
-               std::shared_ptr<pf::clipboard::PFClipboardBackend> backend, ConnectionLimits limits,
-               bool diagnostics);
-  ~WsConnection();
-  WsConnection(WsConnection const&) = delete;
-  WsConnection& operator=(WsConnection const&) = delete;
+  WebSocketSession(boost::beast::tcp_stream&& stream, SessionSettings const& settings);
+  ~WebSocketSession();
+  WebSocketSession(WebSocketSession const&) = delete;
+  WebSocketSession& operator=(WebSocketSession const&) = delete;
 
   // Completes the upgrade that `request` asked for and starts serving.
   void start(Request request);
@@ -63,10 +54,7 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
 
   boost::beast::websocket::stream<boost::beast::tcp_stream> ws_;
   boost::beast::flat_buffer buffer_;
-  EditorServices::ClipboardVocabulary const& vocabulary_;
-  std::shared_ptr<pf::clipboard::PFClipboardBackend> backend_;
-  ConnectionLimits const limits_;
-  bool const diagnostics_;
+  SessionSettings const settings_;
   std::function<void()> ended_;
 
   std::mutex mutex_;
@@ -82,4 +70,4 @@ class WsConnection : public std::enable_shared_from_this<WsConnection> {
   std::thread worker_;
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/websocket_connection.hpp"
+#include "host/web/websocket_session.hpp"
 
 #include <boost/asio/post.hpp>
 #include <chrono>
@@ -6,32 +6,25 @@
 
 #include "host/host_session.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 
-WsConnection::WsConnection(beast::tcp_stream&& stream,
-                           EditorServices::ClipboardVocabulary const& vocabulary,
-                           std::shared_ptr<pf::clipboard::PFClipboardBackend> backend,
-                           ConnectionLimits limits, bool diagnostics)
-    : ws_(std::move(stream)),
-      vocabulary_(vocabulary),
-      backend_(std::move(backend)),
-      limits_(limits),
-      diagnostics_(diagnostics) {}
+WebSocketSession::WebSocketSession(beast::tcp_stream&& stream, SessionSettings const& settings)
+    : ws_(std::move(stream)), settings_(settings) {}
 
-WsConnection::~WsConnection() {
+WebSocketSession::~WebSocketSession() {
   join();
 }
 
-void WsConnection::join() {
+void WebSocketSession::join() {
   if (worker_.joinable()) {
     worker_.join();
   }
 }
 
-void WsConnection::start(Request request) {
+void WebSocketSession::start(Request request) {
   beast::get_lowest_layer(ws_).expires_never();
   websocket::stream_base::timeout timeout{};
   timeout.handshake_timeout = std::chrono::seconds(30);
@@ -42,15 +35,16 @@ void WsConnection::start(Request request) {
   ws_.set_option(websocket::stream_base::decorator([](websocket::response_type& response) {
     response.set(beast::http::field::server, "clipboard-host");
   }));
-  ws_.read_message_max(limits_.maxMessage);
+  ws_.read_message_max(settings_.limits.maxMessage);
   // One frame per message: large replies are not cut into thousands of small frames.
   ws_.auto_fragment(false);
   ws_.text(true);
   worker_ = std::thread([this] { work(); });
-  ws_.async_accept(request, beast::bind_front_handler(&WsConnection::onAccept, shared_from_this()));
+  ws_.async_accept(request,
+                   beast::bind_front_handler(&WebSocketSession::onAccept, shared_from_this()));
 }
 
-void WsConnection::onAccept(beast::error_code ec) {
+void WebSocketSession::onAccept(beast::error_code ec) {
   if (ec) {
     abort();
     return;
@@ -58,11 +52,11 @@ void WsConnection::onAccept(beast::error_code ec) {
   doRead();
 }
 
-void WsConnection::doRead() {
-  ws_.async_read(buffer_, beast::bind_front_handler(&WsConnection::onRead, shared_from_this()));
+void WebSocketSession::doRead() {
+  ws_.async_read(buffer_, beast::bind_front_handler(&WebSocketSession::onRead, shared_from_this()));
 }
 
-void WsConnection::onRead(beast::error_code ec, std::size_t) {
+void WebSocketSession::onRead(beast::error_code ec, std::size_t) {
   if (ec) {
     // Too large (1009), invalid UTF-8 (1007) and the peer's close were answered by the stream.
     abort();
@@ -84,20 +78,20 @@ void WsConnection::onRead(beast::error_code ec, std::size_t) {
   inboundBytes_ += message.size();
   inbound_.push_back(std::move(message));
   wake_.notify_one();
-  if (inboundBytes_ >= limits_.maxQueue) {
+  if (inboundBytes_ >= settings_.limits.maxQueue) {
     readPaused_ = true;  // the worker reads on once it has caught up
     return;
   }
   doRead();
 }
 
-void WsConnection::queueOutput(std::string const& message) {
+void WebSocketSession::queueOutput(std::string const& message) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (closed_) {
     return;
   }
   // One message always fits, however large; beyond that the peer must be reading.
-  if (!outbound_.empty() && outboundBytes_ + message.size() > limits_.maxQueue) {
+  if (!outbound_.empty() && outboundBytes_ + message.size() > settings_.limits.maxQueue) {
     closeLocked();
     return;
   }
@@ -109,7 +103,7 @@ void WsConnection::queueOutput(std::string const& message) {
   }
 }
 
-void WsConnection::doWrite() {
+void WebSocketSession::doWrite() {
   std::string const* front = nullptr;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -120,10 +114,10 @@ void WsConnection::doWrite() {
     front = &outbound_.front();  // deque elements stay put while others are pushed
   }
   ws_.async_write(boost::asio::buffer(*front),
-                  beast::bind_front_handler(&WsConnection::onWrite, shared_from_this()));
+                  beast::bind_front_handler(&WebSocketSession::onWrite, shared_from_this()));
 }
 
-void WsConnection::onWrite(beast::error_code ec, std::size_t) {
+void WebSocketSession::onWrite(beast::error_code ec, std::size_t) {
   if (ec) {
     abort();
     return;
@@ -142,12 +136,12 @@ void WsConnection::onWrite(beast::error_code ec, std::size_t) {
   doWrite();
 }
 
-void WsConnection::shutdown() {
+void WebSocketSession::shutdown() {
   std::lock_guard<std::mutex> lock(mutex_);
   closeLocked();
 }
 
-void WsConnection::closeLocked() {
+void WebSocketSession::closeLocked() {
   if (!closed_) {
     closed_ = true;
     wake_.notify_one();
@@ -159,15 +153,15 @@ void WsConnection::closeLocked() {
 }
 
 // On the strand, after a failed or finished read or write.
-void WsConnection::abort() {
+void WebSocketSession::abort() {
   std::lock_guard<std::mutex> lock(mutex_);
   closeLocked();
 }
 
-void WsConnection::work() {
+void WebSocketSession::work() {
   {
     LineWriter writer([this](std::string const& message) { queueOutput(message); }, false);
-    HostSession session(vocabulary_, backend_, writer, diagnostics_);
+    HostSession session(settings_.vocabulary, settings_.backend, writer, settings_.diagnostics);
     std::size_t number = 0;
     for (;;) {
       std::string message;
@@ -180,7 +174,7 @@ void WsConnection::work() {
         message = std::move(inbound_.front());
         inbound_.pop_front();
         inboundBytes_ -= message.size();
-        if (readPaused_ && inboundBytes_ < limits_.maxQueue) {
+        if (readPaused_ && inboundBytes_ < settings_.limits.maxQueue) {
           readPaused_ = false;
           boost::asio::post(ws_.get_executor(), [self = shared_from_this()] { self->doRead(); });
         }
@@ -193,4 +187,4 @@ void WsConnection::work() {
   ended_();
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/http_security.hpp"
+#include "host/web/access_policy.hpp"
 
 #include <sys/random.h>
 
@@ -8,7 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 std::string makeToken() {
   std::uint8_t bytes[16];
@@ -148,4 +148,4 @@ std::string AccessPolicy::pageUrl() const {
   return "http://" + hosts_.front() + "/?token=" + token_;
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/http_files.hpp"
+#include "host/web/static_files.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <memory>
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 namespace {
 
@@ -137,4 +137,4 @@ std::string contentSecurityPolicy(std::string_view host) {
          std::string(host) + "; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -6,14 +6,25 @@
 #include <boost/beast/http.hpp>
 #include <memory>
 #include <optional>
+#include <string>
 
-namespace clipboard_host {
+#include "host/web/access_policy.hpp"
+#include "host/web/connection_registry.hpp"
+#include "host/web/session_settings.hpp"
 
-class WebServer;
+namespace clipboard_host::web {
 
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
  public:
-  HttpSession(boost::asio::ip::tcp::socket&& socket, WebServer& server);
+  // What the HTTP sessions of one listener share; the listener owns it and outlives them.
+  struct Context {
+    AccessPolicy const& policy;
+    std::string const& webRoot;
+    SessionSettings const& webSocket;  // what an upgraded connection serves with
+    ConnectionRegistry& connections;   // where it takes its slot
+  };
+
+  HttpSession(boost::asio::ip::tcp::socket&& socket, Context context);
   void start();
   void close();  // from any thread
 
@@ -29,7 +40,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   boost::beast::flat_buffer buffer_;
   std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> parser_;
   std::shared_ptr<Response> response_;
-  WebServer& server_;
+  Context const context_;
 };
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 // The web folder: --web-root when given, else beside the installed program
 // (../share/editor-clipboard/web), else the install prefix's, else the source tree's.
@@ -29,4 +29,4 @@ std::optional<StaticFile> resolveStaticFile(std::string const& webRoot, std::str
 // allowed for the sandboxed HTML preview, which inherits the policy and runs no script.
 std::string contentSecurityPolicy(std::string_view host);
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web

@@ -1,4 +1,4 @@
-#include "host/http_session.hpp"
+#include "host/web/http_session.hpp"
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
@@ -7,11 +7,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "host/http_files.hpp"
-#include "host/http_security.hpp"
-#include "host/websocket_server.hpp"
+#include "host/web/static_files.hpp"
+#include "host/web/websocket_session.hpp"
 
-namespace clipboard_host {
+namespace clipboard_host::web {
 
 namespace beast = boost::beast;
 namespace http = beast::http;
@@ -24,8 +23,8 @@ constexpr auto kRequestTimeout = std::chrono::seconds(30);
 
 }  // namespace
 
-HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, WebServer& server)
-    : stream_(std::move(socket)), server_(server) {}
+HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, Context context)
+    : stream_(std::move(socket)), context_(context) {}
 
 void HttpSession::start() {
   boost::asio::dispatch(stream_.get_executor(),
@@ -60,7 +59,7 @@ void HttpSession::onRead(beast::error_code ec, std::size_t) {
     return;
   }
   auto const& request = parser_->get();
-  AccessPolicy const& policy = server_.policy();
+  AccessPolicy const& policy = context_.policy;
   auto const host = request[http::field::host];
   if (!policy.hostAllowed({host.data(), host.size()})) {
     refuse(http::status::forbidden, "forbidden");
@@ -76,12 +75,14 @@ void HttpSession::onRead(beast::error_code ec, std::size_t) {
       refuse(http::status::forbidden, "forbidden");
       return;
     }
-    if (!server_.reserveConnection()) {
+    if (!context_.connections.reserve()) {
       refuse(http::status::service_unavailable, "too many connections");
       return;
     }
     stream_.expires_never();
-    server_.startConnection(std::move(stream_), parser_->release());
+    context_.connections.start(
+        std::make_shared<WebSocketSession>(std::move(stream_), context_.webSocket),
+        parser_->release());
     return;
   }
 
@@ -89,7 +90,7 @@ void HttpSession::onRead(beast::error_code ec, std::size_t) {
     refuse(http::status::method_not_allowed, "method not allowed");
     return;
   }
-  auto const file = resolveStaticFile(server_.webRoot(), path);
+  auto const file = resolveStaticFile(context_.webRoot, path);
   std::string body;
   if (file) {
     std::ifstream in(file->path, std::ios::binary);
@@ -126,7 +127,7 @@ void HttpSession::send(Response response, bool keepAlive) {
   response.set(http::field::server, "clipboard-host");
   response.set(http::field::cache_control, "no-store");
   response.set("Content-Security-Policy",
-               contentSecurityPolicy(server_.policy().hostAllowed({host.data(), host.size()})
+               contentSecurityPolicy(context_.policy.hostAllowed({host.data(), host.size()})
                                          ? std::string_view(host.data(), host.size())
                                          : std::string_view("127.0.0.1")));
   response.set("X-Content-Type-Options", "nosniff");
@@ -147,4 +148,4 @@ void HttpSession::send(Response response, bool keepAlive) {
                     });
 }
 
-}  // namespace clipboard_host
+}  // namespace clipboard_host::web
