@@ -15,6 +15,7 @@
 
 namespace pf::clipboard::formats {
 
+std::string utf8Of(std::u16string const& text);
 std::vector<std::byte> bytesOf(std::string const& data);
 std::string stringOf(std::vector<std::byte> const& bytes);
 

@@ -11,6 +11,7 @@
 #include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
 #include "platform/string_room.hpp"
@@ -28,15 +29,8 @@ constexpr Clock::duration kQuietBeforeEnd = std::chrono::milliseconds(100);
 // ...and the compositor gets this long to withdraw such an owner's offer.
 constexpr Clock::duration kOwnerExitGrace = std::chrono::milliseconds(500);
 
-std::string utf8Of(std::u16string const& text) {
-  return fl::i18n::ustring_to_utf8(text);
-}
-
-void checkMode(PFClipboardMode mode) {
-  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
-    throw std::invalid_argument("Wayland clipboard: unknown clipboard mode");
-  }
-}
+// How this backend's errors begin.
+constexpr std::string_view kBackendName = "Wayland clipboard";
 
 class FdGuard {
  public:
@@ -156,12 +150,12 @@ bool PFWaylandClipboard::hasPrimarySelection() const noexcept {
 }
 
 bool PFWaylandClipboard::ownsSelection(PFClipboardMode mode) const {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   return impl_->session->owned(mode) != nullptr;
 }
 
 std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& session = *impl_->session;
   if (auto const own = session.owned(mode)) {
     std::vector<std::string> names;
@@ -195,7 +189,7 @@ std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMo
 }
 
 ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& session = *impl_->session;
   std::string const mime = utf8Of(mimeType);
   auto const kind = readKindOf(mime);
@@ -254,15 +248,9 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
 }
 
 void PFWaylandClipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
-  checkMode(mode);
-  if (!data)
-    throw std::invalid_argument("Wayland clipboard: no payload");
+  checkMode(mode, kBackendName);
   auto payload = std::make_shared<OwnPayload>();
-  payload->types = offeredTypes(*data);
-  for (auto const& type : payload->types) {
-    if (type.data->size() > impl_->options.maxTransferBytes)
-      throw std::runtime_error("Wayland clipboard: " + type.name + " exceeds the size limit");
-  }
+  payload->types = typesToOffer(kBackendName, data.get(), impl_->options.maxTransferBytes);
   payload->data = std::move(data);
   impl_->session->own(mode, std::move(payload));
 }

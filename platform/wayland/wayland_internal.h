@@ -19,6 +19,7 @@
 
 #include "platform/clipboard.hpp"
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/wayland/wayland_clipboard.hpp"
 
@@ -30,6 +31,7 @@ struct wl_callback;
 namespace pf::clipboard::wayland {
 
 using Clock = std::chrono::steady_clock;
+using formats::ReadLimits;
 
 // One data-control protocol. ext and wlr have the same requests and events in the same order,
 // so one implementation drives either through its interface table.
@@ -130,7 +132,7 @@ class Session {
   T call(std::function<void(std::shared_ptr<std::promise<T>> const&)> task);
   void post(std::function<void()> task);
   void afterRoundTrip(std::function<void()> done);
-  void checkMode(PFClipboardMode mode) const;
+  void checkSupported(PFClipboardMode mode) const;
 
   void bind();
   void run();
@@ -209,13 +211,6 @@ void listen(wl_proxy* proxy, L const* listener, void* data) {
 }
 // Sends the destructor request `opcode` and frees the proxy; null is ignored.
 void destroyProxy(wl_proxy* proxy, std::uint32_t opcode);
-
-struct ReadLimits {
-  Clock::duration firstData;
-  Clock::duration chunk;
-  Clock::duration whole;
-  std::size_t maxBytes;
-};
 
 // How a pipe's transfer ended: its size, and how long the pipe stayed quiet (no data, no end)
 // before its end. An owner that finishes closes its pipe right after its last write; a long

@@ -88,7 +88,7 @@ PipeEnd readPipe(int fd, ReadLimits const& limits,
   auto lastData = start;
   bool first = true;
   for (;;) {
-    auto const deadline = std::min(whole, Clock::now() + (first ? limits.firstData : limits.chunk));
+    auto const deadline = std::min(whole, Clock::now() + (first ? limits.first : limits.chunk));
     if (!waitReadable(fd, deadline)) {
       throw std::runtime_error(Clock::now() >= whole ? "Wayland clipboard: the read took too long"
                                : first ? "Wayland clipboard: the owner sent nothing in time"

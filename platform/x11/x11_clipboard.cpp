@@ -9,6 +9,7 @@
 #include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/i18n.hpp"
 #include "platform/string_room.hpp"
@@ -23,15 +24,8 @@ using namespace x11;
 
 namespace {
 
-std::string utf8Of(std::u16string const& text) {
-  return fl::i18n::ustring_to_utf8(text);
-}
-
-void checkMode(PFClipboardMode mode) {
-  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
-    throw std::invalid_argument("X11 clipboard: unknown clipboard mode");
-  }
-}
+// How this backend's errors begin.
+constexpr std::string_view kBackendName = "X11 clipboard";
 
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
 // decoded piece by piece into a string reserved once.
@@ -181,7 +175,7 @@ PFX11Clipboard::~PFX11Clipboard() {
 }
 
 bool PFX11Clipboard::ownsSelection(PFClipboardMode mode) const {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   return impl_->owner->payload(mode) != nullptr;
 }
 
@@ -190,7 +184,7 @@ std::size_t PFX11Clipboard::incrThreshold() const noexcept {
 }
 
 std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
   if (auto const own = impl.owner->payload(mode))
     return Impl::listOwn(*own);
@@ -224,7 +218,7 @@ std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode m
 }
 
 ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
   std::string const mime = utf8Of(mimeType);
   auto const kind = readKindOf(mime);
@@ -302,16 +296,9 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
 }
 
 void PFX11Clipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
-  checkMode(mode);
-  if (!data)
-    throw std::invalid_argument("X11 clipboard: no payload");
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
-  auto plan = offeredTypes(*data);
-  for (auto const& planned : plan) {
-    if (planned.data->size() > impl.options.maxTransferBytes) {
-      throw std::runtime_error("X11 clipboard: " + planned.name + " exceeds the size limit");
-    }
-  }
+  auto plan = typesToOffer(kBackendName, data.get(), impl.options.maxTransferBytes);
 
   auto payload = std::make_shared<Payload>();
   {
