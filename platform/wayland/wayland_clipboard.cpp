@@ -97,13 +97,6 @@ std::optional<std::string> chooseType(std::vector<std::string> const& offered,
   return std::nullopt;
 }
 
-std::vector<std::u16string> toUtf16(std::vector<std::string> const& mimes) {
-  std::vector<std::u16string> out;
-  for (auto const& mime : mimes)
-    out.push_back(fl::i18n::to_ustring(mime));
-  return out;
-}
-
 }  // namespace
 
 struct PFWaylandClipboard::Impl {
@@ -157,35 +150,18 @@ bool PFWaylandClipboard::ownsSelection(PFClipboardMode mode) const {
 std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMode mode) {
   checkMode(mode, kBackendName);
   auto& session = *impl_->session;
-  if (auto const own = session.owned(mode)) {
-    std::vector<std::string> names;
-    bool files = false;
-    for (auto const& entry : own->data->entries()) {
-      names.push_back(utf8Of(entry.first));
-      files = files || entry.second.index() == 2;
-    }
-    bool const cut = files && own->data->clipboardAction() == PFClipboardAction::cut;
-    return toUtf16(listedTypes(mimeTypesFromTargets(names), cut));
-  }
-  auto const offered = mimeTypesFromTargets(session.offeredTypes(mode));
-  // Only a file manager's own list says whether its files are cut. An owner that lists it and
-  // then fails to send it still has its types listed.
-  bool cut = false;
-  if (auto const source = cutStateSource(offered)) {
-    try {
-      auto const start =
-          session.startRead(mode, [source = *source](std::vector<std::string> const& types) {
-            return findType(types, source);
-          });
-      if (start) {
-        FdGuard guard(start->fd);
-        auto const files = decodeCopiedFiles(readAll(start->fd, impl_->limits()).joined());
-        cut = files && files->action == PFClipboardAction::cut;
-      }
-    } catch (std::runtime_error const&) {
-    }
-  }
-  return toUtf16(listedTypes(offered, cut));
+  if (auto const own = session.owned(mode))
+    return listOwnPayload(*own->data);
+  auto const readList = [&](std::string const& type) -> std::optional<std::string> {
+    // Copied by value: a read that gives up waiting leaves the choice to run later.
+    auto const start = session.startRead(
+        mode, [type](std::vector<std::string> const& types) { return findType(types, type); });
+    if (!start)
+      return std::nullopt;
+    FdGuard guard(start->fd);
+    return readAll(start->fd, impl_->limits()).joined();
+  };
+  return listOffer(mimeTypesFromTargets(session.offeredTypes(mode)), readList).types;
 }
 
 ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {

@@ -75,20 +75,6 @@ struct PFX11Clipboard::Impl {
     return atomCache.name(conn, type);
   }
 
-  static std::vector<std::u16string> listOwn(Payload const& payload) {
-    std::vector<std::string> names;
-    bool files = false;
-    for (auto const& entry : payload.data->entries()) {
-      names.push_back(utf8Of(entry.first));
-      files = files || entry.second.index() == 2;
-    }
-    bool const cut = files && payload.data->clipboardAction() == PFClipboardAction::cut;
-    std::vector<std::u16string> out;
-    for (auto const& mime : listedTypes(mimeTypesFromTargets(names), cut))
-      out.push_back(fl::i18n::to_ustring(mime));
-    return out;
-  }
-
   // The mime types the owner's TARGETS name. Garbage atoms and None are dropped; a list longer
   // than any real owner's is cut short instead of costing one atom-name round trip per entry.
   std::vector<std::string> ownerTypes(ReaderConnection& conn, xcb_atom_t selection,
@@ -187,34 +173,22 @@ std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode m
   checkMode(mode, kBackendName);
   auto& impl = *impl_;
   if (auto const own = impl.owner->payload(mode))
-    return Impl::listOwn(*own);
+    return listOwnPayload(*own->data);
 
   auto lease = impl.readers->acquire();
   auto const selection = impl.atoms.selection(mode);
   auto const owner = lease->selectionOwner(selection);
-  std::vector<std::u16string> out;
-  bool clean = true;
-  if (owner != XCB_NONE) {
-    auto const offered = impl.ownerTypes(*lease, selection, owner);
-    // Only a file manager's own list says whether its files are cut. An owner that lists it and
-    // then fails to send it still has its types listed; the connection is not reused.
-    bool cut = false;
-    if (auto const source = cutStateSource(offered)) {
-      try {
-        if (auto const bytes = impl.readBytes(*lease, selection, owner, *source)) {
-          auto const files = decodeCopiedFiles(*bytes);
-          cut = files && files->action == PFClipboardAction::cut;
-        }
-      } catch (std::runtime_error const&) {
-        clean = false;
-      }
-    }
-    for (auto const& mime : listedTypes(offered, cut))
-      out.push_back(fl::i18n::to_ustring(mime));
-  }
-  if (clean)
+  if (owner == XCB_NONE) {
     lease.keep();
-  return out;
+    return {};
+  }
+  auto listing = listOffer(impl.ownerTypes(*lease, selection, owner), [&](std::string const& type) {
+    return impl.readBytes(*lease, selection, owner, type);
+  });
+  // A file manager's list that failed mid-transfer leaves the connection unfit for reuse.
+  if (!listing.probeFailed)
+    lease.keep();
+  return std::move(listing.types);
 }
 
 ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
