@@ -66,4 +66,13 @@ OfferListing listOffer(
   return listing;
 }
 
+ClipboardContent derivedContentOf(std::string_view backend, std::string_view wanted,
+                                  std::string_view source, std::string_view bytes) {
+  try {
+    return derivedContent(wanted, source, bytes);
+  } catch (std::invalid_argument const& error) {
+    throw std::runtime_error(std::string(backend) + ": " + error.what());
+  }
+}
+
 }  // namespace pf::clipboard::formats

@@ -1,7 +1,7 @@
 // What the desktop backends (X11, Wayland) do alike around the transfers of their protocols: the
-// checks of a call's arguments and sizes, the bounds of a read, and the listing of our own
-// payload and of another program's offer. Errors begin with the name the backend passes
-// ("X11 clipboard"), as the backend's own errors do.
+// checks of a call's arguments and sizes, the bounds of a read, the listing of our own payload
+// and of another program's offer, and the content derived from what it offers. Errors begin with
+// the name the backend passes ("X11 clipboard"), as the backend's own errors do.
 #pragma once
 
 #include <chrono>
@@ -52,5 +52,10 @@ struct OfferListing {
 OfferListing listOffer(
     std::vector<std::string> const& offered,
     std::function<std::optional<std::string>(std::string const&)> const& readList);
+
+// derivedContent, with an image that does not convert reported as a failed read
+// (std::runtime_error).
+ClipboardContent derivedContentOf(std::string_view backend, std::string_view wanted,
+                                  std::string_view source, std::string_view bytes);
 
 }  // namespace pf::clipboard::formats

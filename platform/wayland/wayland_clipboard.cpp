@@ -197,20 +197,8 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
   } else {
     auto const received = readAll(start->fd, impl_->limits());
     end = received.end;
-    auto const data = received.joined();
-    if (derived) {
-      try {
-        result = derivedContent(mime, start->type, data);
-      } catch (std::invalid_argument const& error) {
-        throw std::runtime_error(std::string("Wayland clipboard: ") + error.what());
-      }
-    } else if (kind == ReadKind::bytes) {
-      result = bytesOf(data);
-    } else if (kind == ReadKind::png || kind == ReadKind::svg) {
-      result = imageOf(kind, bytesOf(data));
-    } else {
-      result = contentOf(kind, start->type, data);
-    }
+    result = derived ? derivedContentOf(kBackendName, mime, start->type, received.joined())
+                     : contentOfReceived(kind, start->type, received);
   }
   // An owner that stalled and then died closed its pipe first: the compositor may learn of the
   // death only a little later. Owners that finish close right after their last write, and pay

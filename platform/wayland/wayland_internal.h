@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -232,6 +233,7 @@ struct Received {
   std::vector<std::string> pieces;
   PipeEnd end;
   std::string joined() const;
+  std::vector<std::byte> bytes() const;
 };
 Received readAll(int fd, ReadLimits const& limits);
 

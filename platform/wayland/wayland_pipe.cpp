@@ -122,6 +122,17 @@ std::string Received::joined() const {
   return out;
 }
 
+std::vector<std::byte> Received::bytes() const {
+  std::vector<std::byte> out;
+  out.reserve(end.size);
+  fl::strings::prefault(out.data(), end.size);
+  for (auto const& piece : pieces) {
+    auto const* p = reinterpret_cast<std::byte const*>(piece.data());
+    out.insert(out.end(), p, p + piece.size());
+  }
+  return out;
+}
+
 Received readAll(int fd, ReadLimits const& limits) {
   Received received;
   received.end = readPipe(fd, limits, [&received](std::string_view piece) {

@@ -115,11 +115,7 @@ struct PFX11Clipboard::Impl {
     auto const bytes = readBytes(conn, selection, owner, *source);
     if (!bytes)
       return {};
-    try {
-      return derivedContent(mime, *source, *bytes);
-    } catch (std::invalid_argument const& error) {
-      throw std::runtime_error(std::string("X11 clipboard: ") + error.what());
-    }
+    return derivedContentOf(kBackendName, mime, *source, *bytes);
   }
 
   static bool mayDerive(std::string const& mime) {
@@ -252,15 +248,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       }
       auto const reply = lease->convert(selection, owner, target, limits);
       // Some owners answer every target with whatever they hold; only the asked type counts.
-      if (reply && reply->type == target && reply->format == 8) {
-        if (kind == ReadKind::bytes) {
-          result = reply->bytes();
-        } else if (kind == ReadKind::png || kind == ReadKind::svg) {
-          result = imageOf(kind, reply->bytes());
-        } else {
-          result = contentOf(kind, mime, reply->joined());
-        }
-      }
+      if (reply && reply->type == target && reply->format == 8)
+        result = contentOfReceived(kind, mime, *reply);
     }
     if (result.index() == 0 && Impl::mayDerive(mime))
       result = impl.readDerived(*lease, selection, owner, mime);
