@@ -13,8 +13,7 @@
 #include "platform/formats/derived_formats.hpp"
 #include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
-#include "platform/i18n.hpp"
-#include "platform/string_room.hpp"
+#include "platform/formats/text_receiver.hpp"
 #include "platform/wayland/wayland_internal.h"
 
 namespace pf::clipboard {

@@ -237,31 +237,6 @@ struct Received {
 };
 Received readAll(int fd, ReadLimits const& limits);
 
-// UTF-8 text as it arrives, decoded into UTF-16 piece by piece. A large transfer gets room for
-// the most a read accepts at once, reserved but not touched, so the text is never moved; its
-// pages are faulted in a few MiB ahead of the decoder by a thread of its own, which takes the
-// kernel's zeroing of them off the reading thread and onto another core.
-class TextReceiver {
- public:
-  explicit TextReceiver(std::size_t maxBytes);
-  ~TextReceiver();
-  TextReceiver(TextReceiver const&) = delete;
-  TextReceiver& operator=(TextReceiver const&) = delete;
-  void take(std::string_view piece);
-  // The text; one trailing NUL is dropped.
-  std::u16string finish();
-
- private:
-  class Faulter;
-  void makeRoom(std::size_t units);
-
-  std::u16string text_;
-  formats::Utf8Decoder decoder_;
-  std::size_t maxUnits_;
-  std::size_t received_ = 0;
-  std::unique_ptr<Faulter> faulter_;
-};
-
 // Pipes for bulk transfers: as large as an unprivileged process may make them, for fewer
 // wake-ups on each side. Only an optimization.
 void widenPipe(int fd) noexcept;

@@ -11,8 +11,7 @@
 #include "platform/formats/derived_formats.hpp"
 #include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
-#include "platform/i18n.hpp"
-#include "platform/string_room.hpp"
+#include "platform/formats/text_receiver.hpp"
 #include "platform/x11/x11_internal.h"
 
 namespace pf::clipboard {
@@ -28,22 +27,16 @@ namespace {
 constexpr std::string_view kBackendName = "X11 clipboard";
 
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
-// decoded piece by piece into a string reserved once.
+// decoded piece by piece, into room for the whole transfer.
 std::optional<std::u16string> textOf(Transfer const& transfer, std::string const& typeName) {
   if (transfer.format != 8)
     return std::nullopt;
   if (textEncodingOfType(typeName) != TextEncoding::utf8) {
     return decodeText(typeName, transfer.joined());
   }
-  std::u16string text;
-  text.reserve(transfer.size + 2);
-  fl::strings::prefault(text.data(), text.capacity() * sizeof(char16_t));
-  Utf8Decoder decoder;
-  transfer.forEachPiece([&](std::string_view piece) { decoder.feed(piece, text); });
-  decoder.finish(text);
-  if (!text.empty() && text.back() == u'\0')
-    text.pop_back();
-  return text;
+  TextReceiver text(transfer.size);
+  transfer.forEachPiece([&text](std::string_view piece) { text.take(piece); });
+  return text.finish();
 }
 
 }  // namespace
