@@ -31,6 +31,11 @@ constexpr Clock::duration kOwnerExitGrace = std::chrono::milliseconds(500);
 // How this backend's errors begin.
 constexpr std::string_view kBackendName = "Wayland clipboard";
 
+// The types a read of plain text takes, best first among those offered. UTF-8 by name first: it
+// is decoded as it arrives, and needs no guessing.
+constexpr std::array<std::string_view, 5> kWaylandTextPreference = {
+    "text/plain;charset=utf-8", "UTF8_STRING", "text/plain", "STRING", "TEXT"};
+
 class FdGuard {
  public:
   explicit FdGuard(int fd) : fd_(fd) {}
@@ -57,9 +62,7 @@ std::optional<std::string> chooseType(std::vector<std::string> const& offered,
   switch (kind) {
     case ReadKind::text:
       if (isTextTarget(mime)) {
-        // UTF-8 by name first: it is decoded as it arrives, and needs no guessing.
-        for (char const* preferred :
-             {"text/plain;charset=utf-8", "UTF8_STRING", "text/plain", "STRING", "TEXT"}) {
+        for (auto const preferred : kWaylandTextPreference) {
           if (auto type = findType(offered, preferred))
             return type;
         }

@@ -1,6 +1,7 @@
 #include "platform/x11/x11_clipboard.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -54,6 +55,11 @@ struct PFX11Clipboard::Impl {
   ReadLimits limits() const {
     return {options.firstReplyTimeout, options.chunkTimeout, options.readTimeout,
             options.maxTransferBytes};
+  }
+
+  // The targets a read of plain text asks for, best first.
+  std::array<xcb_atom_t, 5> x11TextPreference() const {
+    return {atoms.utf8String, atoms.textPlainUtf8, atoms.textPlain, atoms.string, atoms.text};
   }
 
   std::string typeName(xcb_connection_t* conn, xcb_atom_t type) {
@@ -197,9 +203,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
   if (owner != XCB_NONE) {
     auto const limits = impl.limits();
     if (kind == ReadKind::text && isTextTarget(mime)) {
-      // Best first; an owner may list a target and still refuse it.
-      for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
-                                impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
+      // An owner may list a target and still refuse it: each is asked in turn.
+      for (auto const target : impl.x11TextPreference()) {
         auto const reply = lease->convert(selection, owner, target, limits);
         if (!reply)
           continue;
