@@ -9,13 +9,9 @@
 
 namespace pf::clipboard::formats {
 
-namespace {
-
 std::string utf8Of(std::u16string const& text) {
   return fl::i18n::ustring_to_utf8(text);
 }
-
-}  // namespace
 
 std::vector<std::byte> bytesOf(std::string const& data) {
   std::vector<std::byte> out(data.size());

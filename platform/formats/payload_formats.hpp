@@ -15,6 +15,7 @@
 
 namespace pf::clipboard::formats {
 
+std::string utf8Of(std::u16string const& text);
 std::vector<std::byte> bytesOf(std::string const& data);
 std::string stringOf(std::vector<std::byte> const& bytes);
 
@@ -36,6 +37,18 @@ std::vector<OfferedType> offeredTypes(PFClipboardData const& data);
 
 // The content of `data` read under `typeName`, as a read of `kind` returns it.
 ClipboardContent contentOf(ReadKind kind, std::string const& typeName, std::string const& data);
+
+// The same for a transfer that arrived in pieces: `received` joins them once, as a string
+// (joined()) or as bytes (bytes()). Bytes and images take the latter, which saves a copy.
+template <class Received>
+ClipboardContent contentOfReceived(ReadKind kind, std::string const& typeName,
+                                   Received const& received) {
+  if (kind == ReadKind::bytes)
+    return received.bytes();
+  if (kind == ReadKind::png || kind == ReadKind::svg)
+    return imageOf(kind, received.bytes());
+  return contentOf(kind, typeName, received.joined());
+}
 
 // What a read of `mime` gets from a payload we own, when the payload itself answers: the entry
 // written under that name as it was written, or for a text type any text entry (nothing when

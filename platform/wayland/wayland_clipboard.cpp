@@ -11,9 +11,9 @@
 #include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
-#include "platform/i18n.hpp"
-#include "platform/string_room.hpp"
+#include "platform/formats/text_receiver.hpp"
 #include "platform/wayland/wayland_internal.h"
 
 namespace pf::clipboard {
@@ -28,15 +28,13 @@ constexpr Clock::duration kQuietBeforeEnd = std::chrono::milliseconds(100);
 // ...and the compositor gets this long to withdraw such an owner's offer.
 constexpr Clock::duration kOwnerExitGrace = std::chrono::milliseconds(500);
 
-std::string utf8Of(std::u16string const& text) {
-  return fl::i18n::ustring_to_utf8(text);
-}
+// How this backend's errors begin.
+constexpr std::string_view kBackendName = "Wayland clipboard";
 
-void checkMode(PFClipboardMode mode) {
-  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
-    throw std::invalid_argument("Wayland clipboard: unknown clipboard mode");
-  }
-}
+// The types a read of plain text takes, best first among those offered. UTF-8 by name first: it
+// is decoded as it arrives, and needs no guessing.
+constexpr std::array<std::string_view, 5> kWaylandTextPreference = {
+    "text/plain;charset=utf-8", "UTF8_STRING", "text/plain", "STRING", "TEXT"};
 
 class FdGuard {
  public:
@@ -64,9 +62,7 @@ std::optional<std::string> chooseType(std::vector<std::string> const& offered,
   switch (kind) {
     case ReadKind::text:
       if (isTextTarget(mime)) {
-        // UTF-8 by name first: it is decoded as it arrives, and needs no guessing.
-        for (char const* preferred :
-             {"text/plain;charset=utf-8", "UTF8_STRING", "text/plain", "STRING", "TEXT"}) {
+        for (auto const preferred : kWaylandTextPreference) {
           if (auto type = findType(offered, preferred))
             return type;
         }
@@ -101,13 +97,6 @@ std::optional<std::string> chooseType(std::vector<std::string> const& offered,
       break;
   }
   return std::nullopt;
-}
-
-std::vector<std::u16string> toUtf16(std::vector<std::string> const& mimes) {
-  std::vector<std::u16string> out;
-  for (auto const& mime : mimes)
-    out.push_back(fl::i18n::to_ustring(mime));
-  return out;
 }
 
 }  // namespace
@@ -156,46 +145,29 @@ bool PFWaylandClipboard::hasPrimarySelection() const noexcept {
 }
 
 bool PFWaylandClipboard::ownsSelection(PFClipboardMode mode) const {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   return impl_->session->owned(mode) != nullptr;
 }
 
 std::vector<std::u16string> PFWaylandClipboard::availableMimeTypes(PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& session = *impl_->session;
-  if (auto const own = session.owned(mode)) {
-    std::vector<std::string> names;
-    bool files = false;
-    for (auto const& entry : own->data->entries()) {
-      names.push_back(utf8Of(entry.first));
-      files = files || entry.second.index() == 2;
-    }
-    bool const cut = files && own->data->clipboardAction() == PFClipboardAction::cut;
-    return toUtf16(listedTypes(mimeTypesFromTargets(names), cut));
-  }
-  auto const offered = mimeTypesFromTargets(session.offeredTypes(mode));
-  // Only a file manager's own list says whether its files are cut. An owner that lists it and
-  // then fails to send it still has its types listed.
-  bool cut = false;
-  if (auto const source = cutStateSource(offered)) {
-    try {
-      auto const start =
-          session.startRead(mode, [source = *source](std::vector<std::string> const& types) {
-            return findType(types, source);
-          });
-      if (start) {
-        FdGuard guard(start->fd);
-        auto const files = decodeCopiedFiles(readAll(start->fd, impl_->limits()).joined());
-        cut = files && files->action == PFClipboardAction::cut;
-      }
-    } catch (std::runtime_error const&) {
-    }
-  }
-  return toUtf16(listedTypes(offered, cut));
+  if (auto const own = session.owned(mode))
+    return listOwnPayload(*own->data);
+  auto const readList = [&](std::string const& type) -> std::optional<std::string> {
+    // Copied by value: a read that gives up waiting leaves the choice to run later.
+    auto const start = session.startRead(
+        mode, [type](std::vector<std::string> const& types) { return findType(types, type); });
+    if (!start)
+      return std::nullopt;
+    FdGuard guard(start->fd);
+    return readAll(start->fd, impl_->limits()).joined();
+  };
+  return listOffer(mimeTypesFromTargets(session.offeredTypes(mode)), readList).types;
 }
 
 ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& session = *impl_->session;
   std::string const mime = utf8Of(mimeType);
   auto const kind = readKindOf(mime);
@@ -227,20 +199,8 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
   } else {
     auto const received = readAll(start->fd, impl_->limits());
     end = received.end;
-    auto const data = received.joined();
-    if (derived) {
-      try {
-        result = derivedContent(mime, start->type, data);
-      } catch (std::invalid_argument const& error) {
-        throw std::runtime_error(std::string("Wayland clipboard: ") + error.what());
-      }
-    } else if (kind == ReadKind::bytes) {
-      result = bytesOf(data);
-    } else if (kind == ReadKind::png || kind == ReadKind::svg) {
-      result = imageOf(kind, bytesOf(data));
-    } else {
-      result = contentOf(kind, start->type, data);
-    }
+    result = derived ? derivedContentOf(kBackendName, mime, start->type, received.joined())
+                     : contentOfReceived(kind, start->type, received);
   }
   // An owner that stalled and then died closed its pipe first: the compositor may learn of the
   // death only a little later. Owners that finish close right after their last write, and pay
@@ -254,15 +214,9 @@ ClipboardContent PFWaylandClipboard::read(std::u16string const& mimeType, PFClip
 }
 
 void PFWaylandClipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
-  checkMode(mode);
-  if (!data)
-    throw std::invalid_argument("Wayland clipboard: no payload");
+  checkMode(mode, kBackendName);
   auto payload = std::make_shared<OwnPayload>();
-  payload->types = offeredTypes(*data);
-  for (auto const& type : payload->types) {
-    if (type.data->size() > impl_->options.maxTransferBytes)
-      throw std::runtime_error("Wayland clipboard: " + type.name + " exceeds the size limit");
-  }
+  payload->types = typesToOffer(kBackendName, data.get(), impl_->options.maxTransferBytes);
   payload->data = std::move(data);
   impl_->session->own(mode, std::move(payload));
 }

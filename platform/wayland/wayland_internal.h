@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -19,6 +20,7 @@
 
 #include "platform/clipboard.hpp"
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/wayland/wayland_clipboard.hpp"
 
@@ -30,6 +32,7 @@ struct wl_callback;
 namespace pf::clipboard::wayland {
 
 using Clock = std::chrono::steady_clock;
+using formats::ReadLimits;
 
 // One data-control protocol. ext and wlr have the same requests and events in the same order,
 // so one implementation drives either through its interface table.
@@ -130,7 +133,7 @@ class Session {
   T call(std::function<void(std::shared_ptr<std::promise<T>> const&)> task);
   void post(std::function<void()> task);
   void afterRoundTrip(std::function<void()> done);
-  void checkMode(PFClipboardMode mode) const;
+  void checkSupported(PFClipboardMode mode) const;
 
   void bind();
   void run();
@@ -210,13 +213,6 @@ void listen(wl_proxy* proxy, L const* listener, void* data) {
 // Sends the destructor request `opcode` and frees the proxy; null is ignored.
 void destroyProxy(wl_proxy* proxy, std::uint32_t opcode);
 
-struct ReadLimits {
-  Clock::duration firstData;
-  Clock::duration chunk;
-  Clock::duration whole;
-  std::size_t maxBytes;
-};
-
 // How a pipe's transfer ended: its size, and how long the pipe stayed quiet (no data, no end)
 // before its end. An owner that finishes closes its pipe right after its last write; a long
 // quiet before the end is the mark of an owner that stalled and then died.
@@ -237,33 +233,9 @@ struct Received {
   std::vector<std::string> pieces;
   PipeEnd end;
   std::string joined() const;
+  std::vector<std::byte> bytes() const;
 };
 Received readAll(int fd, ReadLimits const& limits);
-
-// UTF-8 text as it arrives, decoded into UTF-16 piece by piece. A large transfer gets room for
-// the most a read accepts at once, reserved but not touched, so the text is never moved; its
-// pages are faulted in a few MiB ahead of the decoder by a thread of its own, which takes the
-// kernel's zeroing of them off the reading thread and onto another core.
-class TextReceiver {
- public:
-  explicit TextReceiver(std::size_t maxBytes);
-  ~TextReceiver();
-  TextReceiver(TextReceiver const&) = delete;
-  TextReceiver& operator=(TextReceiver const&) = delete;
-  void take(std::string_view piece);
-  // The text; one trailing NUL is dropped.
-  std::u16string finish();
-
- private:
-  class Faulter;
-  void makeRoom(std::size_t units);
-
-  std::u16string text_;
-  formats::Utf8Decoder decoder_;
-  std::size_t maxUnits_;
-  std::size_t received_ = 0;
-  std::unique_ptr<Faulter> faulter_;
-};
 
 // Pipes for bulk transfers: as large as an unprivileged process may make them, for fewer
 // wake-ups on each side. Only an optimization.

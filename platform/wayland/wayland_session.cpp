@@ -213,7 +213,7 @@ void Session::afterRoundTrip(std::function<void()> done) {
   syncs_.emplace(callback, std::move(rec));
 }
 
-void Session::checkMode(PFClipboardMode mode) const {
+void Session::checkSupported(PFClipboardMode mode) const {
   if (mode == PFClipboardMode::selection && !hasPrimary_) {
     throw std::runtime_error(
         std::string("Wayland clipboard: the compositor has no primary selection (") +
@@ -222,7 +222,7 @@ void Session::checkMode(PFClipboardMode mode) const {
 }
 
 std::vector<std::string> Session::offeredTypes(PFClipboardMode mode) {
-  checkMode(mode);
+  checkSupported(mode);
   int const index = indexOf(mode);
   return call<std::vector<std::string>>([this, index](auto const& promise) {
     auto const it = offers_.find(current_[index]);
@@ -233,7 +233,7 @@ std::vector<std::string> Session::offeredTypes(PFClipboardMode mode) {
 std::optional<ReadStart> Session::startRead(
     PFClipboardMode mode,
     std::function<std::optional<std::string>(std::vector<std::string> const&)> choose) {
-  checkMode(mode);
+  checkSupported(mode);
   int const index = indexOf(mode);
   // A caller that stops waiting is gone before the pipe is made, or takes it along unread: the
   // one who comes second closes it.
@@ -308,7 +308,7 @@ bool Session::stillCurrent(PFClipboardMode mode, std::uint64_t generation, Clock
 }
 
 void Session::own(PFClipboardMode mode, std::shared_ptr<OwnPayload const> payload) {
-  checkMode(mode);
+  checkSupported(mode);
   int const index = indexOf(mode);
   call<bool>([this, index, payload](auto const& promise) {
     static SourceListener const listener = {onSend, onCancelled};

@@ -1,6 +1,7 @@
 #include "platform/x11/x11_clipboard.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -9,9 +10,9 @@
 #include "platform/change_notifier.hpp"
 #include "platform/formats/clipboard_formats.hpp"
 #include "platform/formats/derived_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 #include "platform/formats/payload_formats.hpp"
-#include "platform/i18n.hpp"
-#include "platform/string_room.hpp"
+#include "platform/formats/text_receiver.hpp"
 #include "platform/x11/x11_internal.h"
 
 namespace pf::clipboard {
@@ -23,33 +24,20 @@ using namespace x11;
 
 namespace {
 
-std::string utf8Of(std::u16string const& text) {
-  return fl::i18n::ustring_to_utf8(text);
-}
-
-void checkMode(PFClipboardMode mode) {
-  if (mode != PFClipboardMode::clipboard && mode != PFClipboardMode::selection) {
-    throw std::invalid_argument("X11 clipboard: unknown clipboard mode");
-  }
-}
+// How this backend's errors begin.
+constexpr std::string_view kBackendName = "X11 clipboard";
 
 // The text of a transfer of type `typeName`; nullopt when that type holds no text. UTF-8 is
-// decoded piece by piece into a string reserved once.
+// decoded piece by piece, into room for the whole transfer.
 std::optional<std::u16string> textOf(Transfer const& transfer, std::string const& typeName) {
   if (transfer.format != 8)
     return std::nullopt;
   if (textEncodingOfType(typeName) != TextEncoding::utf8) {
     return decodeText(typeName, transfer.joined());
   }
-  std::u16string text;
-  text.reserve(transfer.size + 2);
-  fl::strings::prefault(text.data(), text.capacity() * sizeof(char16_t));
-  Utf8Decoder decoder;
-  transfer.forEachPiece([&](std::string_view piece) { decoder.feed(piece, text); });
-  decoder.finish(text);
-  if (!text.empty() && text.back() == u'\0')
-    text.pop_back();
-  return text;
+  TextReceiver text(transfer.size);
+  transfer.forEachPiece([&text](std::string_view piece) { text.take(piece); });
+  return text.finish();
 }
 
 }  // namespace
@@ -69,6 +57,11 @@ struct PFX11Clipboard::Impl {
             options.maxTransferBytes};
   }
 
+  // The targets a read of plain text asks for, best first.
+  std::array<xcb_atom_t, 5> x11TextPreference() const {
+    return {atoms.utf8String, atoms.textPlainUtf8, atoms.textPlain, atoms.string, atoms.text};
+  }
+
   std::string typeName(xcb_connection_t* conn, xcb_atom_t type) {
     if (type == atoms.utf8String)
       return "UTF8_STRING";
@@ -79,20 +72,6 @@ struct PFX11Clipboard::Impl {
     if (type == atoms.textPlainUtf8)
       return "text/plain;charset=utf-8";
     return atomCache.name(conn, type);
-  }
-
-  static std::vector<std::u16string> listOwn(Payload const& payload) {
-    std::vector<std::string> names;
-    bool files = false;
-    for (auto const& entry : payload.data->entries()) {
-      names.push_back(utf8Of(entry.first));
-      files = files || entry.second.index() == 2;
-    }
-    bool const cut = files && payload.data->clipboardAction() == PFClipboardAction::cut;
-    std::vector<std::u16string> out;
-    for (auto const& mime : listedTypes(mimeTypesFromTargets(names), cut))
-      out.push_back(fl::i18n::to_ustring(mime));
-    return out;
   }
 
   // The mime types the owner's TARGETS name. Garbage atoms and None are dropped; a list longer
@@ -135,11 +114,7 @@ struct PFX11Clipboard::Impl {
     auto const bytes = readBytes(conn, selection, owner, *source);
     if (!bytes)
       return {};
-    try {
-      return derivedContent(mime, *source, *bytes);
-    } catch (std::invalid_argument const& error) {
-      throw std::runtime_error(std::string("X11 clipboard: ") + error.what());
-    }
+    return derivedContentOf(kBackendName, mime, *source, *bytes);
   }
 
   static bool mayDerive(std::string const& mime) {
@@ -181,7 +156,7 @@ PFX11Clipboard::~PFX11Clipboard() {
 }
 
 bool PFX11Clipboard::ownsSelection(PFClipboardMode mode) const {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   return impl_->owner->payload(mode) != nullptr;
 }
 
@@ -190,41 +165,29 @@ std::size_t PFX11Clipboard::incrThreshold() const noexcept {
 }
 
 std::vector<std::u16string> PFX11Clipboard::availableMimeTypes(PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
   if (auto const own = impl.owner->payload(mode))
-    return Impl::listOwn(*own);
+    return listOwnPayload(*own->data);
 
   auto lease = impl.readers->acquire();
   auto const selection = impl.atoms.selection(mode);
   auto const owner = lease->selectionOwner(selection);
-  std::vector<std::u16string> out;
-  bool clean = true;
-  if (owner != XCB_NONE) {
-    auto const offered = impl.ownerTypes(*lease, selection, owner);
-    // Only a file manager's own list says whether its files are cut. An owner that lists it and
-    // then fails to send it still has its types listed; the connection is not reused.
-    bool cut = false;
-    if (auto const source = cutStateSource(offered)) {
-      try {
-        if (auto const bytes = impl.readBytes(*lease, selection, owner, *source)) {
-          auto const files = decodeCopiedFiles(*bytes);
-          cut = files && files->action == PFClipboardAction::cut;
-        }
-      } catch (std::runtime_error const&) {
-        clean = false;
-      }
-    }
-    for (auto const& mime : listedTypes(offered, cut))
-      out.push_back(fl::i18n::to_ustring(mime));
-  }
-  if (clean)
+  if (owner == XCB_NONE) {
     lease.keep();
-  return out;
+    return {};
+  }
+  auto listing = listOffer(impl.ownerTypes(*lease, selection, owner), [&](std::string const& type) {
+    return impl.readBytes(*lease, selection, owner, type);
+  });
+  // A file manager's list that failed mid-transfer leaves the connection unfit for reuse.
+  if (!listing.probeFailed)
+    lease.keep();
+  return std::move(listing.types);
 }
 
 ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboardMode mode) {
-  checkMode(mode);
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
   std::string const mime = utf8Of(mimeType);
   auto const kind = readKindOf(mime);
@@ -240,9 +203,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
   if (owner != XCB_NONE) {
     auto const limits = impl.limits();
     if (kind == ReadKind::text && isTextTarget(mime)) {
-      // Best first; an owner may list a target and still refuse it.
-      for (auto const target : {impl.atoms.utf8String, impl.atoms.textPlainUtf8,
-                                impl.atoms.textPlain, impl.atoms.string, impl.atoms.text}) {
+      // An owner may list a target and still refuse it: each is asked in turn.
+      for (auto const target : impl.x11TextPreference()) {
         auto const reply = lease->convert(selection, owner, target, limits);
         if (!reply)
           continue;
@@ -284,15 +246,8 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
       }
       auto const reply = lease->convert(selection, owner, target, limits);
       // Some owners answer every target with whatever they hold; only the asked type counts.
-      if (reply && reply->type == target && reply->format == 8) {
-        if (kind == ReadKind::bytes) {
-          result = reply->bytes();
-        } else if (kind == ReadKind::png || kind == ReadKind::svg) {
-          result = imageOf(kind, reply->bytes());
-        } else {
-          result = contentOf(kind, mime, reply->joined());
-        }
-      }
+      if (reply && reply->type == target && reply->format == 8)
+        result = contentOfReceived(kind, mime, *reply);
     }
     if (result.index() == 0 && Impl::mayDerive(mime))
       result = impl.readDerived(*lease, selection, owner, mime);
@@ -302,16 +257,9 @@ ClipboardContent PFX11Clipboard::read(std::u16string const& mimeType, PFClipboar
 }
 
 void PFX11Clipboard::write(std::unique_ptr<PFClipboardData> data, PFClipboardMode mode) {
-  checkMode(mode);
-  if (!data)
-    throw std::invalid_argument("X11 clipboard: no payload");
+  checkMode(mode, kBackendName);
   auto& impl = *impl_;
-  auto plan = offeredTypes(*data);
-  for (auto const& planned : plan) {
-    if (planned.data->size() > impl.options.maxTransferBytes) {
-      throw std::runtime_error("X11 clipboard: " + planned.name + " exceeds the size limit");
-    }
-  }
+  auto plan = typesToOffer(kBackendName, data.get(), impl.options.maxTransferBytes);
 
   auto payload = std::make_shared<Payload>();
   {

@@ -23,6 +23,7 @@
 
 #include "platform/clipboard.hpp"
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/desktop_glue.hpp"
 
 namespace pf::clipboard::x11 {
 
@@ -109,13 +110,6 @@ struct Transfer {
   }
   std::string joined() const;
   std::vector<std::byte> bytes() const;
-};
-
-struct ReadLimits {
-  Clock::duration firstReply;
-  Clock::duration chunk;
-  Clock::duration whole;
-  std::size_t maxBytes;
 };
 
 // A connection for synchronous reads; one thread at a time uses it. After an exception it may

@@ -288,10 +288,10 @@ std::optional<Transfer> ReaderConnection::convert(xcb_atom_t selection, xcb_wind
                         XCB_CURRENT_TIME);
   xcb_flush(get());
 
-  auto const firstMessage = "the owner did not answer within " +
-                            std::to_string(millisecondsOf(limits.firstReply)) + " ms";
+  auto const firstMessage =
+      "the owner did not answer within " + std::to_string(millisecondsOf(limits.first)) + " ms";
   auto const notifyEvent =
-      waitFor(std::min(end, start + limits.firstReply), firstMessage.c_str(), &watch,
+      waitFor(std::min(end, start + limits.first), firstMessage.c_str(), &watch,
               [&](xcb_generic_event_t const& event) {
                 if ((event.response_type & 0x7f) != XCB_SELECTION_NOTIFY)
                   return false;
