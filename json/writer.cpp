@@ -1,4 +1,4 @@
-#include "platform/json.hpp"
+#include "json/writer.hpp"
 
 #include <algorithm>
 #include <charconv>

@@ -1,11 +1,11 @@
 // Helpers of the JSON reader: byte ranges to strings, number text to double, UTF-16 to UTF-8.
+#include "json/reader_detail.hpp"
+
 #include <charconv>
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <system_error>
-
-#include "platform/json.hpp"
 
 namespace foundation::json::detail {
 
