@@ -23,7 +23,6 @@
 #include "clipboard/clipboard_impl.hpp"
 #include "host/host_session.hpp"
 #include "platform/i18n.hpp"
-#include "platform/json.hpp"
 #include "platform/memory/memory_clipboard.hpp"
 
 extern char** environ;

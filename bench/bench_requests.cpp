@@ -9,8 +9,8 @@
 
 #include "clipboard/clipboard_impl.hpp"
 #include "heap_mode_main.hpp"
+#include "json/writer.hpp"
 #include "platform/i18n.hpp"
-#include "platform/json.hpp"
 #include "platform/memory/memory_clipboard.hpp"
 #include "sample_text.hpp"
 

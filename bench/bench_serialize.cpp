@@ -25,7 +25,7 @@
 #endif
 
 #include "json/value.hpp"
-#include "platform/json.hpp"
+#include "json/writer.hpp"
 
 namespace {
 

@@ -3,6 +3,7 @@
 
 #include "clipboard/clipboard_impl.hpp"
 #include "diagnostics/service_logger.hpp"
+#include "json/writer.hpp"
 
 namespace EditorServices {
 

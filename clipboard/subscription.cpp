@@ -2,6 +2,7 @@
 // available-flavors reply to the subscriber on every change.
 #include "clipboard/clipboard_impl.hpp"
 #include "diagnostics/service_logger.hpp"
+#include "json/writer.hpp"
 
 namespace EditorServices {
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "json/reader.hpp"
+#include "json/writer.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   auto const* begin = reinterpret_cast<char const*>(data);

@@ -2,6 +2,7 @@
 
 #include "json/reader.hpp"
 #include "json/value.hpp"
+#include "json/writer.hpp"
 
 namespace clipboard_host {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-#include "platform/json.hpp"
+#include "json/reader_detail.hpp"
 
 namespace foundation::json {
 

@@ -3,6 +3,8 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "json/writer.hpp"
+
 namespace foundation::json {
 
 char const* const traits<Undefined>::name = "undefined";

@@ -17,11 +17,72 @@
 #include <boost/variant/recursive_wrapper.hpp>
 #include <boost/variant/variant.hpp>
 
-#include "platform/json.hpp"
-
 namespace foundation::json {
 
 class Value;
+
+// The two payload-free kinds. Their default constructors are user-provided on purpose: it keeps
+// them from being taken as the never-empty fallback of the variant, so that a kind-changing
+// assignment that fails leaves a Value of kind bool.
+struct Undefined {
+  Undefined() {}
+};
+struct Null {
+  Null() {}
+};
+
+inline bool operator==(Undefined, Undefined) {
+  return true;
+}
+inline bool operator==(Null, Null) {
+  return true;
+}
+
+// Display name of each kind, used in the "invalid conversion: " message of the getters.
+template <class T>
+struct traits;
+
+template <>
+struct traits<Undefined> {
+  static char const* const name;
+};
+template <>
+struct traits<Null> {
+  static char const* const name;
+};
+template <>
+struct traits<bool> {
+  static char const* const name;
+};
+template <>
+struct traits<double> {
+  static char const* const name;
+};
+template <>
+struct traits<std::string> {
+  static char const* const name;
+};
+template <>
+struct traits<std::vector<Value>> {
+  static char const* const name;
+};
+template <>
+struct traits<std::map<std::string, Value>> {
+  static char const* const name;
+};
+template <>
+struct traits<float> {
+  static char const* const name;
+};
+template <>
+struct traits<long> {
+  static char const* const name;
+};
+template <>
+struct traits<unsigned long> {
+  static char const* const name;
+};
+
 using Array = std::vector<Value>;
 using Object = std::map<std::string, Value>;
 

@@ -15,7 +15,7 @@
 namespace fl::i18n {
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+using utf8::kReplacement;
 
 // Words of eight bytes or four UTF-16 units, read with memcpy so that any alignment works.
 constexpr std::uint64_t kByteHighBits = 0x8080808080808080ULL;
@@ -65,52 +65,18 @@ inline bool is_low_surrogate(char32_t u) {
 
 // ---- UTF-8 to UTF-16 ----
 
-// Decodes a sequence whose lead byte is not ASCII and moves `p` past it. The second byte's
-// range depends on the lead byte (the table of well-formed sequences in the Unicode standard),
-// which rules out overlongs, surrogates and values above U+10FFFF. Anything else consumes its
-// maximal invalid subpart, the lead byte and the continuation bytes that still fit, and yields
-// U+FFFD.
-char32_t decode_checked(unsigned char const*& p, unsigned char const* end) {
-  unsigned const lead = *p++;
-  unsigned low = 0x80;
-  unsigned high = 0xBF;
-  int trailing;
+// The full check. Where reading stands comes back by value: should the compiler keep this out
+// of line, a cursor passed by reference would have to live in memory throughout the callers'
+// loops.
+struct Decoded {
   char32_t cp;
-  if (lead < 0xC2) {
-    return kReplacement;  // stray continuation byte, or C0/C1 (always overlong)
-  } else if (lead < 0xE0) {
-    trailing = 1;
-    cp = lead & 0x1F;
-  } else if (lead < 0xF0) {
-    trailing = 2;
-    cp = lead & 0x0F;
-    if (lead == 0xE0) {
-      low = 0xA0;
-    } else if (lead == 0xED) {
-      high = 0x9F;
-    }
-  } else if (lead < 0xF5) {
-    trailing = 3;
-    cp = lead & 0x07;
-    if (lead == 0xF0) {
-      low = 0x90;
-    } else if (lead == 0xF4) {
-      high = 0x8F;
-    }
-  } else {
-    return kReplacement;
-  }
-  if (p == end || *p < low || *p > high) {
-    return kReplacement;
-  }
-  cp = (cp << 6) | (*p++ & 0x3Fu);
-  while (--trailing > 0) {
-    if (p == end || (*p & 0xC0u) != 0x80u) {
-      return kReplacement;
-    }
-    cp = (cp << 6) | (*p++ & 0x3Fu);
-  }
-  return cp;
+  unsigned char const* next;
+};
+
+Decoded decode_checked(unsigned char const* p, unsigned char const* end) {
+  utf8::Status status;
+  char32_t const cp = utf8::decode(p, end, status);
+  return {cp, p};
 }
 
 // The common two- and three-byte forms take a short path; the rest goes through the full check.
@@ -131,7 +97,9 @@ inline char32_t decode(unsigned char const*& p, unsigned char const* end) {
       }
     }
   }
-  return decode_checked(p, end);
+  Decoded const decoded = decode_checked(p, end);
+  p = decoded.next;
+  return decoded.cp;
 }
 
 inline char16_t* put_utf16(char32_t cp, char16_t* out) {
@@ -148,6 +116,12 @@ inline char16_t* put_utf16(char32_t cp, char16_t* out) {
 // yields more than one unit (a four-byte sequence gives two), so `out` needs room for
 // end - p units; the block copies below write ahead into that room.
 char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16_t* out) {
+  // A run of ASCII that has gone on for 1 KiB is likely to go on: the wide blocks take the rest
+  // of it, with stores around the cache when much is left. Shorter runs stay here, where handing
+  // them over would cost more than the wide blocks save. The run's length is kept as what is
+  // left of the input when it may be handed over, one compare per block.
+  std::ptrdiff_t const wide_after = simd::avx512_usable() ? 1024 : PTRDIFF_MAX;
+  std::ptrdiff_t wide_when_left = (end - p) - wide_after;
   while (end - p >= 16) {
     std::uint64_t const a = load64(p) & kByteHighBits;
     std::uint64_t const b = load64(p + 8) & kByteHighBits;
@@ -155,6 +129,11 @@ char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16
     if ((a | b) == 0) {
       p += 16;
       out += 16;
+      if (end - p <= wide_when_left) {
+        char16_t* wide_out = out;  // a copy, so that `out` itself can stay in a register
+        p = simd::ascii_to_utf16_avx512(p, end, wide_out);
+        out = wide_out;
+      }
       continue;
     }
     // Keep the ASCII bytes in front of the first other one; the units widened past them are
@@ -165,6 +144,7 @@ char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16
     do {
       out = put_utf16(decode(p, end), out);
     } while (p != end && *p >= 0x80);
+    wide_when_left = (end - p) - wide_after;
   }
   while (p != end) {
     if (*p < 0x80) {
@@ -174,6 +154,26 @@ char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16
     }
   }
   return out;
+}
+
+// How many bytes at the end of [p, end) begin a sequence that is well-formed so far but not
+// complete (0 to 3): what a piece of a stream must hold back for the next one.
+unsigned open_tail(unsigned char const* p, unsigned char const* end) {
+  for (unsigned k = 1; k <= 3 && k <= static_cast<std::size_t>(end - p); ++k) {
+    unsigned char const c = end[-static_cast<std::ptrdiff_t>(k)];
+    if (c < 0x80) {
+      return 0;
+    }
+    if (c >= 0xC0) {
+      utf8::Lead const lead = utf8::kLeads.entries[c];
+      if (lead.length <= k) {
+        return 0;  // complete, or a byte that starts nothing
+      }
+      unsigned char const second = k == 1 ? lead.low : end[1 - static_cast<std::ptrdiff_t>(k)];
+      return second >= lead.low && second <= lead.high ? k : 0;
+    }
+  }
+  return 0;
 }
 
 // ---- UTF-16 to UTF-8 ----
@@ -246,11 +246,7 @@ inline char* put_utf8(char16_t const*& p, char16_t const* end, char* out) {
   if ((cp & 0xF800) == 0xD800) {
     if (is_high_surrogate(cp) && p != end && is_low_surrogate(*p)) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (*p++ - 0xDC00u);
-      out[0] = static_cast<char>(0xF0 | (cp >> 18));
-      out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out[3] = static_cast<char>(0x80 | (cp & 0x3F));
-      return out + 4;
+      return utf8::encode(cp, out);
     }
     cp = kReplacement;
   }
@@ -448,6 +444,74 @@ std::u16string to_ustring(std::string const& utf8) {
     result.shrink_to_fit();
   }
   return result;
+}
+
+bool is_valid_utf8(std::string_view bytes) noexcept {
+  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
+  auto const* const end = p + bytes.size();
+  while (p != end) {
+    // Runs of ASCII: a word first, which in text of mostly other characters is all the test
+    // that fails, then blocks of sixteen; the ASCII in front of another byte in one step.
+    if (end - p >= 8 && *p < 0x80) {
+      std::uint64_t const others = load64(p) & kByteHighBits;
+      if (others != 0) {
+        p += first_set_byte(others);
+      } else {
+        p += 8;
+        while (end - p >= 16 && ((load64(p) | load64(p + 8)) & kByteHighBits) == 0) {
+          p += 16;
+        }
+        continue;
+      }
+    }
+    utf8::Status status;
+    utf8::decode(p, end, status);
+    if (status != utf8::Status::ok) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
+  // Decoded straight into the output's room, which is not filled first: for texts of many
+  // megabytes that fill is a whole extra pass over memory.
+  std::size_t const base = out.size();
+  strings::grow_uninitialized(out, base + bytes.size() + 2);
+  char16_t* o = out.data() + base;
+  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
+  auto const* const end = p + bytes.size();
+  if (heldSize_ != 0) {
+    // The sequence held back, completed by the first bytes of this piece.
+    unsigned char joined[8];
+    std::memcpy(joined, held_, heldSize_);
+    std::size_t const taken = std::min<std::size_t>(bytes.size(), 4 - heldSize_);
+    std::memcpy(joined + heldSize_, p, taken);
+    unsigned char const* q = joined;
+    utf8::Status status;
+    char32_t const cp = utf8::decode(q, joined + heldSize_ + taken, status);
+    if (status == utf8::Status::truncated) {
+      std::memcpy(held_, joined, heldSize_ + taken);  // this piece ended inside it too
+      heldSize_ += static_cast<unsigned>(taken);
+      out.resize(base);
+      return;
+    }
+    o = put_utf16(cp, o);
+    p += (q - joined) - heldSize_;
+    heldSize_ = 0;
+  }
+  unsigned const open = open_tail(p, end);
+  o = utf8_to_utf16(p, end - open, o);
+  std::memcpy(held_, end - open, open);
+  heldSize_ = open;
+  out.resize(static_cast<std::size_t>(o - out.data()));
+}
+
+void Utf8Decoder::finish(std::u16string& out) {
+  if (heldSize_ != 0) {
+    out.push_back(static_cast<char16_t>(kReplacement));
+  }
+  heldSize_ = 0;
 }
 
 std::string ustring_to_utf8(std::u16string const& utf16) {

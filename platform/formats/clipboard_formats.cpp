@@ -2,16 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <cstring>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "platform/i18n.hpp"
-#include "platform/simd/avx512.h"
-#include "platform/string_room.hpp"
 
 namespace pf::clipboard::formats {
 namespace {
@@ -304,7 +296,7 @@ std::optional<std::u16string> decodeText(std::string_view type, std::string_view
   if (!bytes.empty() && bytes.back() == '\0')
     bytes.remove_suffix(1);
   bool const guess = encoding == TextEncoding::utf8OrLatin1 || encoding == TextEncoding::byContent;
-  bool const utf8 = encoding == TextEncoding::utf8 || (guess && isValidUtf8(bytes));
+  bool const utf8 = encoding == TextEncoding::utf8 || (guess && fl::i18n::is_valid_utf8(bytes));
   if (!utf8)
     return latin1ToUtf16(bytes);
   std::u16string out;
@@ -329,159 +321,6 @@ std::string encodeText(std::string_view type, std::u16string const& text) {
       // An unknown charset too: UTF-8 is what a reader is most likely to decode.
       return fl::i18n::ustring_to_utf8(text);
   }
-}
-
-void Utf8Decoder::feed(std::string_view bytes, std::u16string& out) {
-  // Decoded straight into the output's room: at most one unit per byte, plus a pair for a
-  // sequence begun before. The room is not filled first (for texts of many megabytes that
-  // fill, or a copy through a small buffer, is a whole extra pass over memory).
-  auto const base = out.size();
-  fl::strings::grow_uninitialized(out, base + bytes.size() + 2);
-  char16_t* o = out.data() + base;
-  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
-  auto const* const end = p + bytes.size();
-  bool const wide = fl::simd::avx512_usable();
-  {
-    auto const* const stop = end;
-    while (p < stop) {
-      if (needed_ == 0) {
-        if (wide)
-          p = fl::simd::ascii_to_utf16_avx512(p, stop, o);
-#if defined(__SSE2__)
-        // ASCII runs, sixteen bytes at a time, widened by interleaving with zeros.
-        while (stop - p >= 16) {
-          __m128i const v = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
-          if (_mm_movemask_epi8(v) != 0)
-            break;
-          __m128i const zero = _mm_setzero_si128();
-          _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
-          _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
-          o += 16;
-          p += 16;
-        }
-#endif
-        // ASCII runs, eight bytes at a time.
-        while (stop - p >= 8) {
-          std::uint64_t word;
-          std::memcpy(&word, p, 8);
-          if (word & 0x8080808080808080ULL)
-            break;
-          for (int i = 0; i < 8; ++i)
-            o[i] = p[i];
-          o += 8;
-          p += 8;
-        }
-        if (p == stop)
-          break;
-        unsigned char const c = *p++;
-        if (c < 0x80) {
-          *o++ = c;
-        } else if (c >= 0xC2 && c <= 0xDF) {
-          needed_ = 1;
-          codePoint_ = c & 0x1F;
-        } else if (c >= 0xE0 && c <= 0xEF) {
-          if (c == 0xE0)
-            lower_ = 0xA0;
-          if (c == 0xED)
-            upper_ = 0x9F;  // no surrogates
-          needed_ = 2;
-          codePoint_ = c & 0x0F;
-        } else if (c >= 0xF0 && c <= 0xF4) {
-          if (c == 0xF0)
-            lower_ = 0x90;
-          if (c == 0xF4)
-            upper_ = 0x8F;  // nothing above U+10FFFF
-          needed_ = 3;
-          codePoint_ = c & 0x07;
-        } else {
-          *o++ = 0xFFFD;
-        }
-        continue;
-      }
-      unsigned char const c = *p;
-      if (c < lower_ || c > upper_) {
-        // The sequence ends here, unfinished; this byte starts afresh.
-        *o++ = 0xFFFD;
-        needed_ = seen_ = 0;
-        lower_ = 0x80;
-        upper_ = 0xBF;
-        continue;
-      }
-      ++p;
-      lower_ = 0x80;
-      upper_ = 0xBF;
-      codePoint_ = (codePoint_ << 6) | (c & 0x3F);
-      if (++seen_ == needed_) {
-        if (codePoint_ < 0x10000) {
-          *o++ = static_cast<char16_t>(codePoint_);
-        } else {
-          *o++ = static_cast<char16_t>(0xD800 + ((codePoint_ - 0x10000) >> 10));
-          *o++ = static_cast<char16_t>(0xDC00 + ((codePoint_ - 0x10000) & 0x3FF));
-        }
-        needed_ = seen_ = 0;
-      }
-    }
-  }
-  out.resize(static_cast<std::size_t>(o - out.data()));
-}
-
-void Utf8Decoder::finish(std::u16string& out) {
-  if (needed_ != 0)
-    out.push_back(u'\uFFFD');
-  needed_ = seen_ = 0;
-  lower_ = 0x80;
-  upper_ = 0xBF;
-}
-
-bool isValidUtf8(std::string_view bytes) noexcept {
-  auto const* p = reinterpret_cast<unsigned char const*>(bytes.data());
-  auto const* const end = p + bytes.size();
-  while (p < end) {
-    // Skip ASCII eight bytes at a time.
-    while (end - p >= 8) {
-      std::uint64_t word;
-      std::copy(p, p + 8, reinterpret_cast<unsigned char*>(&word));
-      if (word & 0x8080808080808080ULL)
-        break;
-      p += 8;
-    }
-    if (p >= end)
-      break;
-    unsigned char const c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    std::size_t length;
-    unsigned char lo = 0x80, hi = 0xBF;  // allowed range of the second byte
-    if (c >= 0xC2 && c <= 0xDF) {
-      length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      length = 3;
-      if (c == 0xE0)
-        lo = 0xA0;
-      if (c == 0xED)
-        hi = 0x9F;  // no surrogates
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      length = 4;
-      if (c == 0xF0)
-        lo = 0x90;
-      if (c == 0xF4)
-        hi = 0x8F;
-    } else {
-      return false;
-    }
-    if (static_cast<std::size_t>(end - p) < length)
-      return false;
-    if (p[1] < lo || p[1] > hi)
-      return false;
-    for (std::size_t i = 2; i < length; ++i) {
-      if ((p[i] & 0xC0) != 0x80)
-        return false;
-    }
-    p += length;
-  }
-  return true;
 }
 
 std::u16string latin1ToUtf16(std::string_view bytes) {

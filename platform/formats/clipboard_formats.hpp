@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/clipboard.hpp"
+#include "platform/i18n.hpp"
 
 namespace pf::clipboard::formats {
 
@@ -62,24 +63,9 @@ std::optional<std::u16string> decodeText(std::string_view type, std::string_view
 // that, UTF-8 otherwise.
 std::string encodeText(std::string_view type, std::u16string const& text);
 
-bool isValidUtf8(std::string_view bytes) noexcept;
+// UTF-8 to UTF-16 fed piece by piece, as the transfers arrive: the i18n core's decoder.
+using fl::i18n::Utf8Decoder;
 
-// UTF-8 to UTF-16 fed piece by piece, so that large transfers are decoded as their chunks
-// arrive; a sequence may straddle pieces. Invalid input becomes one U+FFFD per maximal invalid
-// subpart (the Unicode recommendation, as fl::i18n does).
-class Utf8Decoder {
- public:
-  void feed(std::string_view bytes, std::u16string& out);
-  // An incomplete sequence at the end becomes U+FFFD.
-  void finish(std::u16string& out);
-
- private:
-  char32_t codePoint_ = 0;
-  unsigned needed_ = 0;
-  unsigned seen_ = 0;
-  unsigned char lower_ = 0x80;
-  unsigned char upper_ = 0xBF;
-};
 std::u16string latin1ToUtf16(std::string_view bytes);
 // Latin-1 bytes of UTF-16 text; a character outside Latin-1 becomes '?'.
 std::string utf16ToLatin1(std::u16string const& text);

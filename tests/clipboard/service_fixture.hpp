@@ -15,8 +15,8 @@
 
 #include "clipboard/clipboard_impl.hpp"
 #include "json/reader.hpp"
+#include "json/writer.hpp"
 #include "platform/graphics.hpp"
-#include "platform/json.hpp"
 #include "support/log_capture.hpp"
 #include "support/scripted_backend.hpp"
 

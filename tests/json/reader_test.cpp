@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/json.hpp"
+#include "json/reader_detail.hpp"
 
 namespace {
 

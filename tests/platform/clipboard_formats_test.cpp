@@ -163,7 +163,7 @@ struct Utf8Case {
 class Utf8Validation : public ::testing::TestWithParam<Utf8Case> {};
 
 TEST_P(Utf8Validation, MatchesTheStandard) {
-  EXPECT_EQ(isValidUtf8(GetParam().bytes), GetParam().valid);
+  EXPECT_EQ(fl::i18n::is_valid_utf8(GetParam().bytes), GetParam().valid);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,11 +1,13 @@
 // Helpers of the JSON reader: byte ranges to strings, number text to double, UTF-16 to UTF-8.
+#include "json/reader_detail.hpp"
+
 #include <charconv>
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <system_error>
 
-#include "platform/json.hpp"
+#include "platform/i18n.hpp"
 
 namespace foundation::json::detail {
 
@@ -23,21 +25,8 @@ bool is_low_surrogate(char16_t u) {
 }
 
 void append_code_point(std::string& out, char32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
+  char bytes[4];
+  out.append(bytes, fl::i18n::utf8::encode(cp, bytes));
 }
 
 void append_unit(std::string& out, char16_t unit) {

@@ -1,4 +1,4 @@
-#include "platform/json.hpp"
+#include "json/writer.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -14,6 +14,7 @@
 #endif
 
 #include "json/value.hpp"
+#include "platform/i18n.hpp"
 #include "platform/simd/avx512.h"
 #include "platform/string_room.hpp"
 
@@ -80,51 +81,6 @@ struct PlainTable {
   }
 };
 constexpr PlainTable kPlain;
-
-// For each byte that may start a character: the character's length in bytes and the range of
-// its second byte (which is what rules out overlongs, encoded surrogates and values above
-// U+10FFFF); ASCII takes any second byte. Length 0 for bytes that start nothing.
-struct SequenceTable {
-  struct Entry {
-    unsigned char length;
-    unsigned char low;
-    unsigned char high;
-  };
-  Entry entries[256] = {};
-
-  constexpr SequenceTable() {
-    for (int c = 0; c < 0x80; ++c) {
-      entries[c] = Entry{1, 0x00, 0xFF};
-    }
-    for (int c = 0xC2; c < 0xF5; ++c) {
-      entries[c].length = c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
-      entries[c].low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
-      entries[c].high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
-    }
-  }
-};
-constexpr SequenceTable kSequences;
-
-// Moves `p` past the sequence at `p`, whose lead byte is not ASCII, and tells whether it is
-// well-formed UTF-8. One that is not is skipped as one maximal invalid subpart (the lead byte
-// and the continuation bytes that still fit), to be replaced by a single U+FFFD.
-inline bool skip_sequence(unsigned char const*& p, unsigned char const* end) {
-  SequenceTable::Entry const sequence = kSequences.entries[*p++];
-  if (sequence.length < 2) {
-    return false;  // a stray continuation byte, or one that starts nothing
-  }
-  if (p == end || *p < sequence.low || *p > sequence.high) {
-    return false;
-  }
-  ++p;
-  for (int i = 2; i < sequence.length; ++i) {
-    if (p == end || (*p & 0xC0u) != 0x80u) {
-      return false;
-    }
-    ++p;
-  }
-  return true;
-}
 
 // Writes straight into the result string, which is kept ahead of the writing: its size is grown
 // to all the room it has (without a zero fill, the writers fill it) and cut back to what was
@@ -252,7 +208,9 @@ Position write_stop_slowly(unsigned char const* p, unsigned char const* end, cha
     return {p + 1, to + escape.size};
   }
   unsigned char const* const start = p;
-  if (skip_sequence(p, end)) {
+  fl::i18n::utf8::Status status;
+  fl::i18n::utf8::decode(p, end, status);
+  if (status == fl::i18n::utf8::Status::ok) {
     for (unsigned char const* q = start; q != p; ++q) {
       *to++ = static_cast<char>(*q);
     }
@@ -272,14 +230,8 @@ inline Position write_stop(unsigned char const* p, unsigned char const* end, cha
     return write_stop_slowly(p, end, to);
   }
   unsigned const lead = p[0];
-  SequenceTable::Entry const sequence = kSequences.entries[lead];
-  unsigned const length = sequence.length;
-  bool const well_formed = (length != 0) &
-                           (static_cast<unsigned char>(p[1] - sequence.low) <=
-                            static_cast<unsigned char>(sequence.high - sequence.low)) &
-                           ((length < 3) | ((p[2] & 0xC0) == 0x80)) &
-                           ((length < 4) | ((p[3] & 0xC0) == 0x80));
-  if (!well_formed) {
+  unsigned const length = fl::i18n::utf8::well_formed_length(p);
+  if (length == 0) {
     return write_stop_slowly(p, end, to);
   }
   EscapeTable::Entry const& escape = kEscapes.entries[lead & 0x7F];

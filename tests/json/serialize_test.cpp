@@ -20,7 +20,7 @@
 #include <unistd.h>
 
 #include "json/value.hpp"
-#include "platform/json.hpp"
+#include "json/writer.hpp"
 
 namespace {
 
@@ -549,8 +549,8 @@ TEST_P(SerializeLongText, MatchesTheReference) {
     }
     std::string const written = fj::serialize(Value(text));
     std::string const expected = reference_string(text);
-    auto const differ = std::mismatch(written.begin(), written.end(), expected.begin(),
-                                      expected.end());
+    auto const differ =
+        std::mismatch(written.begin(), written.end(), expected.begin(), expected.end());
     auto const at = static_cast<std::size_t>(differ.first - written.begin());
     ASSERT_EQ(written, expected) << "string " << n << " of " << size << " bytes, first difference"
                                  << " at " << at << ": " << hex(written.substr(at, 24)) << " vs "
