@@ -86,30 +86,6 @@ TEST_F(ContentTest, JavaSerializedStringsAreUnwrapped) {
   }
 }
 
-TEST_F(ContentTest, ImageEncodingDependsOnItsKind) {
-  struct Case {
-    int kind;
-    int code;
-    std::string encoded;
-    std::string text;
-  } const cases[] = {
-      {1, 7, "PHN2Zy8+", "PHN2Zy8+"},
-      {0, 2, "QUJD", "QUJD"},
-      {2, 2, "QUJD", "QUJD"},
-      {-1, 2, "iVBO\xFF", "iVBO" + kReplacement},  // repaired like any bytes
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.kind);
-    auto const image = std::make_shared<RecordingImage>(c.kind, c.encoded);
-    EXPECT_EQ(service.getClipboardContentImages(ClipboardContent(image)), c.text);
-    EXPECT_EQ(image->kindQueries, 1);
-    ASSERT_EQ(image->calls.size(), 1u);
-    EXPECT_EQ(image->calls[0].code, c.code);
-    EXPECT_EQ(image->calls[0].flag, 1);
-    EXPECT_TRUE(image->calls[0].options.empty());
-  }
-}
-
 TEST_F(ContentTest, OnlyBadVariantAccessInsideTheImageIsCaughtAndLogged) {
   auto const image = std::make_shared<RecordingImage>(0, "QUJD");
   image->failure = [] { throw std::bad_variant_access(); };

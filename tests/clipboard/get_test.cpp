@@ -15,30 +15,20 @@ std::string const kTagged = "image/x-java-image; class=java.awt.Image";
 std::string const kFlavorsNoRequestId =
     "[handleRequestForAvailableDataFlavors] JSON message does not contain required fields "
     "'requestid'";
-std::string const kRequiredFields =
-    "[handleGetClipboardDataRequest] JSON message does not contain required fields";
 
 RequestMap getRequest(Array flavors, std::string const& id = "g1") {
   return {{"success", true}, {"requestid", id}, {"flavors", std::move(flavors)}};
 }
 
-std::u16string u16(std::string const& s) {
-  return std::u16string(s.begin(), s.end());
-}
-
 class GetTest : public ServiceTest {
  protected:
-  Object itemsOf(ClipboardImpl::ReplyMap const& reply) {
-    EXPECT_EQ(reply.size(), 3u);
-    return reply.at("clipboardItems").get<Object>();
-  }
   Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard,
              ClipboardImpl* through = nullptr) {
     auto const reply = (through ? *through : service)
                            .handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
     EXPECT_EQ(reply.at("success"), Value(true));
     EXPECT_EQ(reply.at("requestid"), Value("g1"));
-    return itemsOf(reply);
+    return reply.at("clipboardItems").get<Object>();
   }
 };
 
@@ -71,6 +61,11 @@ TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
       {"image does not fall through", imageTextApplication, "mixed/a", text(u"abc"), Value()},
       {"text before application", textApplication, "mixed/a", text(u"abc"), "abc"},
       {"text does not fall through", textApplication, "mixed/a", bytes(bytesOf("abc")), Value()},
+      {"empty text", none, "text/plain", text(u""), Value()},
+      {"empty uri list", none, "text/uri-list", paths({}), Value()},
+      {"empty bytes", none, "application/x-a", bytes({}), Value()},
+      {"empty image", none, "image/png", image(0, ""), Value()},
+      {"nothing offered", none, "text/html", nullptr, Value()},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -148,16 +143,6 @@ TEST_F(GetTest, DuplicatesGiveOneMemberAndEveryNameIsRead) {
   EXPECT_EQ(backend->reads(), reads);
 }
 
-TEST_F(GetTest, EmptyResultsGiveNoMember) {
-  put({{u"text/plain", text(u"")},
-       {u"text/uri-list", paths({})},
-       {u"application/x-a", bytes({})},
-       {u"image/png", image(0, "")}});
-  EXPECT_TRUE(
-      get({"text/plain", "text/uri-list", "application/x-a", "image/png", "text/html"}).empty());
-  EXPECT_TRUE(logged().empty());
-}
-
 TEST_F(GetTest, EmptyFlavorListReadsEveryOfferedType) {
   put({{u"text/plain", text(u"t")}, {u"text/html", text(u"<i>t</i>")}});
   auto const items = get({});
@@ -185,39 +170,6 @@ TEST_F(GetTest, EmptyFlavorListWhileSubscribedReadsTheLastReportedFlavors) {
   EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(GetTest, UnreadableRequestIdOrFlavorsFailTheReplyButTheClipboardIsStillRead) {
-  put({{u"text/plain", text(u"t")}, {u"text/html", text(u"h")}});
-  // The request with one member replaced; Undefined removes it.
-  auto const with = [](std::string const& key, Value value) {
-    RequestMap request = getRequest({"text/html"}, "g7");
-    request.erase(key);
-    if (value.kind() != foundation::json::Kind::undefined) {
-      request[key] = std::move(value);
-    }
-    return request;
-  };
-  struct Case {
-    char const* name;
-    RequestMap request;
-    std::string echoed;
-  } const cases[] = {
-      {"no flavors", with("flavors", Value()), "g7"},
-      {"flavors not an array", with("flavors", "text/html"), "g7"},
-      // Once the request id has failed the flavor list is not read: every type is.
-      {"no request id", with("requestid", Value()), ""},
-      {"request id a number", with("requestid", 5.0), ""},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.name);
-    log.clear();
-    auto const reply = service.handleGetClipboardDataRequest(c.request, PFClipboardMode::clipboard);
-    EXPECT_EQ(reply.at("success"), Value(false));
-    EXPECT_EQ(reply.at("requestid"), Value(c.echoed));
-    EXPECT_EQ(Value(itemsOf(reply)), Value(Object{{"text/html", "h"}, {"text/plain", "t"}}));
-    EXPECT_EQ(logged(), (std::vector<std::string>{kRequiredFields, kFlavorsNoRequestId}));
-  }
-}
-
 TEST_F(GetTest, FailingListingFallsBackToTheFallbackFlavors) {
   put({{u"text/plain", text(u"t")}, {u"text/uri-list", paths(pathsOf({u"/f"}))}});
   backend->failListing(true);
@@ -226,7 +178,8 @@ TEST_F(GetTest, FailingListingFallsBackToTheFallbackFlavors) {
             (std::vector<std::u16string>{u"text/plain", u"text/uri-list", u"image/png"}));
   EXPECT_EQ(logged(), (std::vector<std::string>{
                           kFlavorsNoRequestId,
-                          kRequiredFields + " from handleRequestForAvailableDataFlavors API"}));
+                          "[handleGetClipboardDataRequest] JSON message does not contain "
+                          "required fields from handleRequestForAvailableDataFlavors API"}));
 }
 
 TEST_F(GetTest, ThrowingReadSkipsOnlyThatType) {
@@ -251,81 +204,12 @@ TEST_F(GetTest, MimeTypeIsReadAndAnsweredInItsRepairedForm) {
   EXPECT_EQ(backend->reads(), std::vector<std::u16string>{u"text/plain\uFFFD"});
 }
 
-TEST_F(GetTest, ModeReachesTheReadsButTheListingUsesTheSystemClipboard) {
-  put({{u"text/plain", text(u"primary")},
-       {u"text/html", text(u"h")},
-       {u16(kJava[0]), bytes(javaString("primary"))}},
-      PFClipboardMode::selection);
-  put({{u"text/plain", text(u"system")}});
-  EXPECT_EQ(Value(get({}, PFClipboardMode::selection)), Value(Object{{"text/plain", "primary"}}));
-  // The Java-side read of a pair uses the same mode.
+// The Java-side read of a pair uses the mode of the request.
+TEST_F(GetTest, JavaSideReadUsesTheRequestMode) {
+  put({{u16(kJava[0]), bytes(javaString("primary"))}}, PFClipboardMode::selection);
   put({{u16(kJava[0]), bytes(javaString("system"))}});
   EXPECT_EQ(Value(get({"application/rtf"}, PFClipboardMode::selection)),
             Value(Object{{"application/rtf", "primary"}}));
-}
-
-TEST_F(GetTest, RequestMapWithoutTheParseFlagThrows) {
-  RequestMap request = getRequest({"text/plain"});
-  request.erase("success");
-  EXPECT_THROW(service.handleGetClipboardDataRequest(request, PFClipboardMode::clipboard),
-               std::runtime_error);
-  EXPECT_TRUE(backend->reads().empty());
-}
-
-TEST_F(GetTest, MessageFormRepliesWithMembersInNameOrderAndTheUid) {
-  put({{u"text/plain", text(u"t")},
-       {u"image/png", image(0, "QUJD")},
-       {u16(kTagged), image(0, "Rg==")}});
-  Reply const reply = getByMessage(
-      R"({"requestid":"m1","uid":"front-7","flavors":["text/plain","image/x-java-image; class=java.awt.Image","image/png"]})");
-  EXPECT_EQ(reply.calls, 1);
-  EXPECT_EQ(reply.uid, "front-7");
-  Object const expected = {
-      {"success", true},
-      {"requestid", "m1"},
-      {"clipboardItems",
-       Object{{"image/png", "data:image/png;base64,QUJD"},
-              {kTagged, Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,Rg=="}}},
-              {"text/plain", "t"}}}};
-  EXPECT_EQ(Value(parseObject(reply.text)), Value(expected));
-  auto const png = reply.text.find("\"image/png\"");
-  auto const tagged = reply.text.find("\"image/x-java-image");
-  auto const plain = reply.text.find("\"text/plain\"");
-  EXPECT_LT(png, tagged);
-  EXPECT_LT(tagged, plain);
-  EXPECT_NE(plain, std::string::npos);
-  EXPECT_TRUE(logged().empty());
-}
-
-TEST_F(GetTest, MessageFormPassesTheUidOrLogsItsLine) {
-  put({{u"text/plain", text(u"t")}});
-  Object const answered = {
-      {"success", true}, {"requestid", "m"}, {"clipboardItems", Object{{"text/plain", "t"}}}};
-  Object const refused = {{"success", false}, {"requestid", ""}, {"clipboardItems", Object{}}};
-  std::string const uidLine = "[handleGetClipboardDataRequest] UID is empty";
-  struct Case {
-    char const* text;
-    Object reply;
-    std::vector<std::string> log;
-  } const cases[] = {
-      {R"({"requestid":"m","flavors":["text/plain"]})", answered, {uidLine}},
-      {R"({"requestid":"m","uid":5,"flavors":["text/plain"]})", answered, {uidLine}},
-      {R"({"requestid":"m","uid":"","flavors":["text/plain"]})", answered, {}},
-      {"not json", refused, {"JSON Parse Error", uidLine}},
-      {"", refused, {"JSON Parse Error", uidLine}},
-      {R"(["text/plain"])", refused, {"JSON Parse Error", uidLine}},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.text);
-    log.clear();
-    Reply const reply = getByMessage(c.text);
-    EXPECT_EQ(reply.calls, 1);
-    EXPECT_EQ(reply.uid, "");
-    EXPECT_EQ(Value(parseObject(reply.text)), Value(c.reply));
-    EXPECT_EQ(logged(), c.log);
-  }
-  EXPECT_EQ(backend->reads().size(), 3u);  // the unparsed requests read nothing
-  EXPECT_EQ(backend->listCalls(), 0);
 }
 
 }  // namespace
