@@ -22,62 +22,45 @@ RequestMap getRequest(Array flavors, std::string const& id = "g1") {
 
 class GetTest : public ServiceTest {
  protected:
-  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard,
-             ClipboardImpl* through = nullptr) {
-    auto const reply = (through ? *through : service)
-                           .handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
+  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard) {
+    auto const reply = service.handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
     EXPECT_EQ(reply.at("success"), Value(true));
     EXPECT_EQ(reply.at("requestid"), Value("g1"));
     return reply.at("clipboardItems").get<Object>();
   }
 };
 
-// The first category that applies decides; a category whose getter gives nothing does not
-// fall through to the next.
+// The first family that applies decides; a family whose getter gives nothing does not fall
+// through to the next.
 TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
-  enum Shared { none, imageTextApplication, textApplication };
   struct Case {
     char const* name;
-    Shared shared;
     std::string mime;
     Fill fill;
     Value expected;  // Undefined: no member
   } const cases[] = {
-      {"platform-side name", none, "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
-      {"uri list", none, "text/uri-list", paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
-      {"uri list is not text", none, "text/uri-list", text(u"file:///a"), Value()},
-      {"raster image", none, "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
-      {"vector image", none, "image/svg+xml", image(1, "PHN2Zy8+"),
-       "data:image/svg+xml;base64,PHN2Zy8+"},
-      {"tagged image", none, kTagged, image(0, "QUJD"),
+      {"platform-side name", "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
+      {"uri list", "text/uri-list", paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
+      {"uri list is not text", "text/uri-list", text(u"file:///a"), Value()},
+      {"raster image", "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
+      {"vector image", "image/svg+xml", image(1, "PHN2Zy8+"), "data:image/svg+xml;base64,PHN2Zy8+"},
+      {"tagged image", kTagged, image(0, "QUJD"),
        Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,QUJD"}}},
-      {"image type is not text", none, "image/png", text(u"x"), Value()},
-      {"text", none, "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
-      {"text type is not bytes", none, "text/plain", bytes(bytesOf("abc")), Value()},
-      {"application bytes", none, "application/octet-stream", bytes(bytesOf("abc")), "abc"},
-      {"no category", none, "font/ttf", bytes(bytesOf("abc")), Value()},
-      {"image before text", imageTextApplication, "mixed/a", image(0, "QUJD"),
-       "data:mixed/a;base64,QUJD"},
-      {"image does not fall through", imageTextApplication, "mixed/a", text(u"abc"), Value()},
-      {"text before application", textApplication, "mixed/a", text(u"abc"), "abc"},
-      {"text does not fall through", textApplication, "mixed/a", bytes(bytesOf("abc")), Value()},
-      {"empty text", none, "text/plain", text(u""), Value()},
-      {"empty uri list", none, "text/uri-list", paths({}), Value()},
-      {"empty bytes", none, "application/x-a", bytes({}), Value()},
-      {"empty image", none, "image/png", image(0, ""), Value()},
-      {"nothing offered", none, "text/html", nullptr, Value()},
+      {"image type is not text", "image/png", text(u"x"), Value()},
+      {"text", "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
+      {"text type is not bytes", "text/plain", bytes(bytesOf("abc")), Value()},
+      {"application bytes", "application/octet-stream", bytes(bytesOf("abc")), "abc"},
+      {"no category", "font/ttf", bytes(bytesOf("abc")), Value()},
+      {"empty text", "text/plain", text(u""), Value()},
+      {"empty uri list", "text/uri-list", paths({}), Value()},
+      {"empty bytes", "application/x-a", bytes({}), Value()},
+      {"empty image", "image/png", image(0, ""), Value()},
+      {"nothing offered", "text/html", nullptr, Value()},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
-    ClipboardVocabulary v = EditorServices::defaultClipboardVocabulary();
-    if (c.shared == imageTextApplication) {
-      v.graphicsMimePrefix = v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-    } else if (c.shared == textApplication) {
-      v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-    }
-    ClipboardImpl custom(v);
     put({{u16(c.mime), c.fill}});
-    Object const items = get({c.mime}, PFClipboardMode::clipboard, &custom);
+    Object const items = get({c.mime});
     if (c.expected.kind() == foundation::json::Kind::undefined) {
       EXPECT_TRUE(items.empty()) << Value(items);
     } else {
@@ -131,25 +114,6 @@ TEST_F(GetTest, FailingJavaSideReadLeavesTheHandler) {
   EXPECT_THROW(service.handleGetClipboardDataRequest(getRequest({"application/rtf"}),
                                                      PFClipboardMode::clipboard),
                std::runtime_error);
-}
-
-TEST_F(GetTest, DuplicatesGiveOneMemberAndEveryNameIsRead) {
-  put({{u"text/plain", text(u"t")}, {u"image/png", image(0, "QUJD")}});
-  auto const items = get({"text/plain", "image/png", "text/plain", "image/png"});
-  EXPECT_EQ(Value(items),
-            Value(Object{{"image/png", "data:image/png;base64,QUJD"}, {"text/plain", "t"}}));
-  std::vector<std::u16string> const reads = {u"text/plain", u"image/png", u"text/plain",
-                                             u"image/png"};
-  EXPECT_EQ(backend->reads(), reads);
-}
-
-TEST_F(GetTest, EmptyFlavorListReadsEveryOfferedType) {
-  put({{u"text/plain", text(u"t")}, {u"text/html", text(u"<i>t</i>")}});
-  auto const items = get({});
-  EXPECT_EQ(Value(items), Value(Object{{"text/html", "<i>t</i>"}, {"text/plain", "t"}}));
-  EXPECT_EQ(backend->listCalls(), 1);
-  EXPECT_EQ(backend->reads(), (std::vector<std::u16string>{u"text/plain", u"text/html"}));
-  EXPECT_EQ(logged(), std::vector<std::string>{kFlavorsNoRequestId});
 }
 
 TEST_F(GetTest, EmptyFlavorListWhileSubscribedReadsTheLastReportedFlavors) {
