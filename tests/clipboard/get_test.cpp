@@ -40,7 +40,11 @@ TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
     Value expected;  // Undefined: no member
   } const cases[] = {
       {"platform-side name", "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
-      {"uri list", "text/uri-list", paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
+      // Each path up to its first NUL, in order, duplicates and empty ones kept.
+      {"uri list as given", "text/uri-list",
+       paths(pathsOf({u"/tmp/b", u"", u"/tmp/\u00e9\U0001F600",
+                      std::u16string(u"/tmp/cut\0tail", 13), u"/tmp/b"})),
+       Array{"/tmp/b", "", "/tmp/\xC3\xA9\xF0\x9F\x98\x80", "/tmp/cut", "/tmp/b"}},
       {"uri list is not text", "text/uri-list", text(u"file:///a"), Value()},
       {"raster image", "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
       {"vector image", "image/svg+xml", image(1, "PHN2Zy8+"), "data:image/svg+xml;base64,PHN2Zy8+"},
@@ -48,8 +52,12 @@ TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
        Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,QUJD"}}},
       {"image type is not text", "image/png", text(u"x"), Value()},
       {"text", "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
+      {"text up to its end, NUL included", "text/plain", text(std::u16string(u"a\0b", 3)),
+       std::string("a\0b", 3)},
       {"text type is not bytes", "text/plain", bytes(bytesOf("abc")), Value()},
       {"application bytes", "application/octet-stream", bytes(bytesOf("abc")), "abc"},
+      {"bytes not UTF-8 are repaired", "application/x-a", bytes(byteList({0xFF, 'a'})),
+       u8"\uFFFDa"},
       {"no category", "font/ttf", bytes(bytesOf("abc")), Value()},
       {"empty text", "text/plain", text(u""), Value()},
       {"empty uri list", "text/uri-list", paths({}), Value()},
