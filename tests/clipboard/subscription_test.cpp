@@ -36,11 +36,17 @@ TEST_F(Subscription, SecondRequestKeepsTheFirstCallback) {
   EXPECT_TRUE(second.notifications().empty());
 }
 
+// An event manager that cannot deliver clipboard changes.
+class RefusingManager final : public pf::event::PFEventListenerManager {
+ public:
+  bool prepareDelivery(pf::event::PFServiceType const&, pf::event::PFEventId const&) override {
+    throw std::runtime_error("no delivery here");
+  }
+};
+
 TEST_F(Subscription, FailingManagerRepliesFalseAndARetryRegisters) {
   pf::event::PFAbstractEventListenerFactory::setManagerMaker(
-      [](pf::event::PFEventComponent) -> std::unique_ptr<pf::event::PFEventListenerManager> {
-        throw std::runtime_error("no event manager here");
-      });
+      [](pf::event::PFEventComponent) { return std::make_unique<RefusingManager>(); });
   EXPECT_EQ(send(Request::subscribe, R"({"requestid":"1","uid":"u"})").text,
             R"({"requestid":"1","success":"false"})");
   EXPECT_TRUE(service.isChangeSubscriptionActive());
