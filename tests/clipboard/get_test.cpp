@@ -15,74 +15,60 @@ std::string const kTagged = "image/x-java-image; class=java.awt.Image";
 std::string const kFlavorsNoRequestId =
     "[handleRequestForAvailableDataFlavors] JSON message does not contain required fields "
     "'requestid'";
-std::string const kRequiredFields =
-    "[handleGetClipboardDataRequest] JSON message does not contain required fields";
 
 RequestMap getRequest(Array flavors, std::string const& id = "g1") {
   return {{"success", true}, {"requestid", id}, {"flavors", std::move(flavors)}};
 }
 
-std::u16string u16(std::string const& s) {
-  return std::u16string(s.begin(), s.end());
-}
-
 class GetTest : public ServiceTest {
  protected:
-  Object itemsOf(ClipboardImpl::ReplyMap const& reply) {
-    EXPECT_EQ(reply.size(), 3u);
-    return reply.at("clipboardItems").get<Object>();
-  }
-  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard,
-             ClipboardImpl* through = nullptr) {
-    auto const reply = (through ? *through : service)
-                           .handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
+  Object get(Array flavors, PFClipboardMode mode = PFClipboardMode::clipboard) {
+    auto const reply = service.handleGetClipboardDataRequest(getRequest(std::move(flavors)), mode);
     EXPECT_EQ(reply.at("success"), Value(true));
     EXPECT_EQ(reply.at("requestid"), Value("g1"));
-    return itemsOf(reply);
+    return reply.at("clipboardItems").get<Object>();
   }
 };
 
-// The first category that applies decides; a category whose getter gives nothing does not
-// fall through to the next.
+// The first family that applies decides; a family whose getter gives nothing does not fall
+// through to the next.
 TEST_F(GetTest, EachMimeTypeGetsTheValueOfItsFirstMatchingCategory) {
-  enum Shared { none, imageTextApplication, textApplication };
   struct Case {
     char const* name;
-    Shared shared;
     std::string mime;
     Fill fill;
     Value expected;  // Undefined: no member
   } const cases[] = {
-      {"platform-side name", none, "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
-      {"uri list", none, "text/uri-list", paths(pathsOf({u"/a", u"/b c"})), Array{"/a", "/b c"}},
-      {"uri list is not text", none, "text/uri-list", text(u"file:///a"), Value()},
-      {"raster image", none, "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
-      {"vector image", none, "image/svg+xml", image(1, "PHN2Zy8+"),
-       "data:image/svg+xml;base64,PHN2Zy8+"},
-      {"tagged image", none, kTagged, image(0, "QUJD"),
+      {"platform-side name", "application/rtf", bytes(bytesOf("{\\rtf1}")), "{\\rtf1}"},
+      // Each path up to its first NUL, in order, duplicates and empty ones kept.
+      {"uri list as given", "text/uri-list",
+       paths(pathsOf({u"/tmp/b", u"", u"/tmp/\u00e9\U0001F600",
+                      std::u16string(u"/tmp/cut\0tail", 13), u"/tmp/b"})),
+       Array{"/tmp/b", "", "/tmp/\xC3\xA9\xF0\x9F\x98\x80", "/tmp/cut", "/tmp/b"}},
+      {"uri list is not text", "text/uri-list", text(u"file:///a"), Value()},
+      {"raster image", "image/png", image(0, "QUJD"), "data:image/png;base64,QUJD"},
+      {"vector image", "image/svg+xml", image(1, "PHN2Zy8+"), "data:image/svg+xml;base64,PHN2Zy8+"},
+      {"tagged image", kTagged, image(0, "QUJD"),
        Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,QUJD"}}},
-      {"image type is not text", none, "image/png", text(u"x"), Value()},
-      {"text", none, "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
-      {"text type is not bytes", none, "text/plain", bytes(bytesOf("abc")), Value()},
-      {"application bytes", none, "application/octet-stream", bytes(bytesOf("abc")), "abc"},
-      {"no category", none, "font/ttf", bytes(bytesOf("abc")), Value()},
-      {"image before text", imageTextApplication, "mixed/a", image(0, "QUJD"),
-       "data:mixed/a;base64,QUJD"},
-      {"image does not fall through", imageTextApplication, "mixed/a", text(u"abc"), Value()},
-      {"text before application", textApplication, "mixed/a", text(u"abc"), "abc"},
-      {"text does not fall through", textApplication, "mixed/a", bytes(bytesOf("abc")), Value()},
+      {"image type is not text", "image/png", text(u"x"), Value()},
+      {"text", "text/plain", text(u"h\u00e9llo \U0001F600"), "h\xC3\xA9llo \xF0\x9F\x98\x80"},
+      {"text up to its end, NUL included", "text/plain", text(std::u16string(u"a\0b", 3)),
+       std::string("a\0b", 3)},
+      {"text type is not bytes", "text/plain", bytes(bytesOf("abc")), Value()},
+      {"application bytes", "application/octet-stream", bytes(bytesOf("abc")), "abc"},
+      {"bytes not UTF-8 are repaired", "application/x-a", bytes(byteList({0xFF, 'a'})),
+       u8"\uFFFDa"},
+      {"no category", "font/ttf", bytes(bytesOf("abc")), Value()},
+      {"empty text", "text/plain", text(u""), Value()},
+      {"empty uri list", "text/uri-list", paths({}), Value()},
+      {"empty bytes", "application/x-a", bytes({}), Value()},
+      {"empty image", "image/png", image(0, ""), Value()},
+      {"nothing offered", "text/html", nullptr, Value()},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
-    ClipboardVocabulary v = EditorServices::defaultClipboardVocabulary();
-    if (c.shared == imageTextApplication) {
-      v.graphicsMimePrefix = v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-    } else if (c.shared == textApplication) {
-      v.textMimePrefix = v.applicationMimePrefix = "mixed/";
-    }
-    ClipboardImpl custom(v);
     put({{u16(c.mime), c.fill}});
-    Object const items = get({c.mime}, PFClipboardMode::clipboard, &custom);
+    Object const items = get({c.mime});
     if (c.expected.kind() == foundation::json::Kind::undefined) {
       EXPECT_TRUE(items.empty()) << Value(items);
     } else {
@@ -101,33 +87,24 @@ TEST_F(GetTest, PlatformSideNameFallsBackToTheJavaSideString) {
     Fill native;
     Fill java;
     Value expected;
-    bool secondRead;
   } const cases[] = {
-      {"nothing native", 0, nullptr, bytes(javaString("r")), "r", true},
-      {"empty bytes", 1, bytes({}), bytes(javaString("<p/>")), "<p/>", true},
-      {"native text", 2, text(u"{}"), bytes(javaString("{\"a\":1}")), "{\"a\":1}", true},
-      {"native bytes win", 2, bytes(bytesOf("[1]")), bytes(javaString("{}")), "[1]", false},
-      {"java side not serialized", 0, nullptr, bytes(bytesOf("plain")), Value(), true},
-      {"neither", 0, nullptr, nullptr, Value(), true},
+      {"nothing native", 0, nullptr, bytes(javaString("r")), "r"},
+      {"empty bytes", 1, bytes({}), bytes(javaString("<p/>")), "<p/>"},
+      {"native text", 2, text(u"{}"), bytes(javaString("{\"a\":1}")), "{\"a\":1}"},
+      {"native bytes win", 2, bytes(bytesOf("[1]")), bytes(javaString("{}")), "[1]"},
+      {"java side not serialized", 0, nullptr, bytes(bytesOf("plain")), Value()},
+      {"neither", 0, nullptr, nullptr, Value()},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
     std::string const& native = kNative[c.pair];
-    std::string const& java = kJava[c.pair];
-    put({{u16(native), c.native}, {u16(java), c.java}});
-    std::size_t const readsBefore = backend->reads().size();
+    put({{u16(native), c.native}, {u16(kJava[c.pair]), c.java}});
     Object const items = get({native});
     if (c.expected.kind() == foundation::json::Kind::undefined) {
       EXPECT_TRUE(items.empty()) << Value(items);
     } else {
       EXPECT_EQ(Value(items), Value(Object{{native, c.expected}}));
     }
-    std::vector<std::u16string> reads = {u16(native)};
-    if (c.secondRead) {
-      reads.push_back(u16(java));
-    }
-    auto const all = backend->reads();
-    EXPECT_EQ(std::vector<std::u16string>(all.begin() + readsBefore, all.end()), reads);
   }
 }
 
@@ -136,35 +113,6 @@ TEST_F(GetTest, FailingJavaSideReadLeavesTheHandler) {
   EXPECT_THROW(service.handleGetClipboardDataRequest(getRequest({"application/rtf"}),
                                                      PFClipboardMode::clipboard),
                std::runtime_error);
-}
-
-TEST_F(GetTest, DuplicatesGiveOneMemberAndEveryNameIsRead) {
-  put({{u"text/plain", text(u"t")}, {u"image/png", image(0, "QUJD")}});
-  auto const items = get({"text/plain", "image/png", "text/plain", "image/png"});
-  EXPECT_EQ(Value(items),
-            Value(Object{{"image/png", "data:image/png;base64,QUJD"}, {"text/plain", "t"}}));
-  std::vector<std::u16string> const reads = {u"text/plain", u"image/png", u"text/plain",
-                                             u"image/png"};
-  EXPECT_EQ(backend->reads(), reads);
-}
-
-TEST_F(GetTest, EmptyResultsGiveNoMember) {
-  put({{u"text/plain", text(u"")},
-       {u"text/uri-list", paths({})},
-       {u"application/x-a", bytes({})},
-       {u"image/png", image(0, "")}});
-  EXPECT_TRUE(
-      get({"text/plain", "text/uri-list", "application/x-a", "image/png", "text/html"}).empty());
-  EXPECT_TRUE(logged().empty());
-}
-
-TEST_F(GetTest, EmptyFlavorListReadsEveryOfferedType) {
-  put({{u"text/plain", text(u"t")}, {u"text/html", text(u"<i>t</i>")}});
-  auto const items = get({});
-  EXPECT_EQ(Value(items), Value(Object{{"text/html", "<i>t</i>"}, {"text/plain", "t"}}));
-  EXPECT_EQ(backend->listCalls(), 1);
-  EXPECT_EQ(backend->reads(), (std::vector<std::u16string>{u"text/plain", u"text/html"}));
-  EXPECT_EQ(logged(), std::vector<std::string>{kFlavorsNoRequestId});
 }
 
 TEST_F(GetTest, EmptyFlavorListWhileSubscribedReadsTheLastReportedFlavors) {
@@ -185,39 +133,6 @@ TEST_F(GetTest, EmptyFlavorListWhileSubscribedReadsTheLastReportedFlavors) {
   EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(GetTest, UnreadableRequestIdOrFlavorsFailTheReplyButTheClipboardIsStillRead) {
-  put({{u"text/plain", text(u"t")}, {u"text/html", text(u"h")}});
-  // The request with one member replaced; Undefined removes it.
-  auto const with = [](std::string const& key, Value value) {
-    RequestMap request = getRequest({"text/html"}, "g7");
-    request.erase(key);
-    if (value.kind() != foundation::json::Kind::undefined) {
-      request[key] = std::move(value);
-    }
-    return request;
-  };
-  struct Case {
-    char const* name;
-    RequestMap request;
-    std::string echoed;
-  } const cases[] = {
-      {"no flavors", with("flavors", Value()), "g7"},
-      {"flavors not an array", with("flavors", "text/html"), "g7"},
-      // Once the request id has failed the flavor list is not read: every type is.
-      {"no request id", with("requestid", Value()), ""},
-      {"request id a number", with("requestid", 5.0), ""},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.name);
-    log.clear();
-    auto const reply = service.handleGetClipboardDataRequest(c.request, PFClipboardMode::clipboard);
-    EXPECT_EQ(reply.at("success"), Value(false));
-    EXPECT_EQ(reply.at("requestid"), Value(c.echoed));
-    EXPECT_EQ(Value(itemsOf(reply)), Value(Object{{"text/html", "h"}, {"text/plain", "t"}}));
-    EXPECT_EQ(logged(), (std::vector<std::string>{kRequiredFields, kFlavorsNoRequestId}));
-  }
-}
-
 TEST_F(GetTest, FailingListingFallsBackToTheFallbackFlavors) {
   put({{u"text/plain", text(u"t")}, {u"text/uri-list", paths(pathsOf({u"/f"}))}});
   backend->failListing(true);
@@ -226,7 +141,8 @@ TEST_F(GetTest, FailingListingFallsBackToTheFallbackFlavors) {
             (std::vector<std::u16string>{u"text/plain", u"text/uri-list", u"image/png"}));
   EXPECT_EQ(logged(), (std::vector<std::string>{
                           kFlavorsNoRequestId,
-                          kRequiredFields + " from handleRequestForAvailableDataFlavors API"}));
+                          "[handleGetClipboardDataRequest] JSON message does not contain "
+                          "required fields from handleRequestForAvailableDataFlavors API"}));
 }
 
 TEST_F(GetTest, ThrowingReadSkipsOnlyThatType) {
@@ -251,81 +167,12 @@ TEST_F(GetTest, MimeTypeIsReadAndAnsweredInItsRepairedForm) {
   EXPECT_EQ(backend->reads(), std::vector<std::u16string>{u"text/plain\uFFFD"});
 }
 
-TEST_F(GetTest, ModeReachesTheReadsButTheListingUsesTheSystemClipboard) {
-  put({{u"text/plain", text(u"primary")},
-       {u"text/html", text(u"h")},
-       {u16(kJava[0]), bytes(javaString("primary"))}},
-      PFClipboardMode::selection);
-  put({{u"text/plain", text(u"system")}});
-  EXPECT_EQ(Value(get({}, PFClipboardMode::selection)), Value(Object{{"text/plain", "primary"}}));
-  // The Java-side read of a pair uses the same mode.
+// The Java-side read of a pair uses the mode of the request.
+TEST_F(GetTest, JavaSideReadUsesTheRequestMode) {
+  put({{u16(kJava[0]), bytes(javaString("primary"))}}, PFClipboardMode::selection);
   put({{u16(kJava[0]), bytes(javaString("system"))}});
   EXPECT_EQ(Value(get({"application/rtf"}, PFClipboardMode::selection)),
             Value(Object{{"application/rtf", "primary"}}));
-}
-
-TEST_F(GetTest, RequestMapWithoutTheParseFlagThrows) {
-  RequestMap request = getRequest({"text/plain"});
-  request.erase("success");
-  EXPECT_THROW(service.handleGetClipboardDataRequest(request, PFClipboardMode::clipboard),
-               std::runtime_error);
-  EXPECT_TRUE(backend->reads().empty());
-}
-
-TEST_F(GetTest, MessageFormRepliesWithMembersInNameOrderAndTheUid) {
-  put({{u"text/plain", text(u"t")},
-       {u"image/png", image(0, "QUJD")},
-       {u16(kTagged), image(0, "Rg==")}});
-  Reply const reply = getByMessage(
-      R"({"requestid":"m1","uid":"front-7","flavors":["text/plain","image/x-java-image; class=java.awt.Image","image/png"]})");
-  EXPECT_EQ(reply.calls, 1);
-  EXPECT_EQ(reply.uid, "front-7");
-  Object const expected = {
-      {"success", true},
-      {"requestid", "m1"},
-      {"clipboardItems",
-       Object{{"image/png", "data:image/png;base64,QUJD"},
-              {kTagged, Object{{"__type__", "image"}, {"__value__", "data:image/png;base64,Rg=="}}},
-              {"text/plain", "t"}}}};
-  EXPECT_EQ(Value(parseObject(reply.text)), Value(expected));
-  auto const png = reply.text.find("\"image/png\"");
-  auto const tagged = reply.text.find("\"image/x-java-image");
-  auto const plain = reply.text.find("\"text/plain\"");
-  EXPECT_LT(png, tagged);
-  EXPECT_LT(tagged, plain);
-  EXPECT_NE(plain, std::string::npos);
-  EXPECT_TRUE(logged().empty());
-}
-
-TEST_F(GetTest, MessageFormPassesTheUidOrLogsItsLine) {
-  put({{u"text/plain", text(u"t")}});
-  Object const answered = {
-      {"success", true}, {"requestid", "m"}, {"clipboardItems", Object{{"text/plain", "t"}}}};
-  Object const refused = {{"success", false}, {"requestid", ""}, {"clipboardItems", Object{}}};
-  std::string const uidLine = "[handleGetClipboardDataRequest] UID is empty";
-  struct Case {
-    char const* text;
-    Object reply;
-    std::vector<std::string> log;
-  } const cases[] = {
-      {R"({"requestid":"m","flavors":["text/plain"]})", answered, {uidLine}},
-      {R"({"requestid":"m","uid":5,"flavors":["text/plain"]})", answered, {uidLine}},
-      {R"({"requestid":"m","uid":"","flavors":["text/plain"]})", answered, {}},
-      {"not json", refused, {"JSON Parse Error", uidLine}},
-      {"", refused, {"JSON Parse Error", uidLine}},
-      {R"(["text/plain"])", refused, {"JSON Parse Error", uidLine}},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.text);
-    log.clear();
-    Reply const reply = getByMessage(c.text);
-    EXPECT_EQ(reply.calls, 1);
-    EXPECT_EQ(reply.uid, "");
-    EXPECT_EQ(Value(parseObject(reply.text)), Value(c.reply));
-    EXPECT_EQ(logged(), c.log);
-  }
-  EXPECT_EQ(backend->reads().size(), 3u);  // the unparsed requests read nothing
-  EXPECT_EQ(backend->listCalls(), 0);
 }
 
 }  // namespace

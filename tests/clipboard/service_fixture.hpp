@@ -1,5 +1,5 @@
-// Shared pieces of the service tests: a scripted clipboard, a log capture, a service with the
-// default vocabulary, an image that records how it was encoded, and small builders.
+// The service tests' one fixture: a scripted clipboard, a log capture, a service with the default
+// vocabulary, the four message-form entries with their replies collected, and small builders.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <functional>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -16,6 +17,8 @@
 #include "clipboard/clipboard_impl.hpp"
 #include "json/reader.hpp"
 #include "json/writer.hpp"
+#include "platform/event.hpp"
+#include "platform/formats/payload_formats.hpp"
 #include "platform/graphics.hpp"
 #include "support/log_capture.hpp"
 #include "support/scripted_backend.hpp"
@@ -38,12 +41,8 @@ using pf::clipboard::ClipboardContent;
 using pf::clipboard::Path;
 using pf::clipboard::PFClipboardData;
 using pf::clipboard::PFClipboardMode;
+using pf::clipboard::formats::bytesOf;
 using RequestMap = ClipboardImpl::RequestMap;
-
-inline std::vector<std::byte> bytesOf(std::string const& text) {
-  auto const* first = reinterpret_cast<std::byte const*>(text.data());
-  return std::vector<std::byte>(first, first + text.size());
-}
 
 inline std::vector<std::byte> byteList(std::initializer_list<int> values) {
   std::vector<std::byte> out;
@@ -66,27 +65,21 @@ inline std::vector<std::byte> javaString(std::string const& utf8) {
 }
 
 inline std::vector<Path> pathsOf(std::initializer_list<std::u16string> texts) {
-  std::vector<Path> out;
-  for (auto const& t : texts) {
-    out.emplace_back(t);
-  }
-  return out;
+  return std::vector<Path>(texts.begin(), texts.end());
 }
 
-// An image that records the questions it was asked and answers with a fixed encoded text.
+inline std::u16string u16(std::string const& ascii) {
+  return std::u16string(ascii.begin(), ascii.end());
+}
+
+// An image that counts its encodings and answers with a fixed encoded text, or fails as told.
 class RecordingImage final : public pf::graphics::PFGraphics {
  public:
-  struct Call {
-    int code;
-    int flag;
-    pf::graphics::EncodeOptions options;
-  };
-
   RecordingImage(int kind, std::string encoded) : kind_(kind), encoded_(std::move(encoded)) {}
 
   std::unique_ptr<pf::graphics::PFEncodedImage> encode(
-      int code, int flag, pf::graphics::EncodeOptions const& options) const override {
-    calls.push_back({code, flag, options});
+      int, int, pf::graphics::EncodeOptions const&) const override {
+    ++encodes;
     if (failure) {
       failure();
     }
@@ -95,13 +88,9 @@ class RecordingImage final : public pf::graphics::PFGraphics {
     return result;
   }
 
-  int kind() const override {
-    ++kindQueries;
-    return kind_;
-  }
+  int kind() const override { return kind_; }
 
-  mutable std::vector<Call> calls;
-  mutable int kindQueries = 0;
+  mutable int encodes = 0;
   std::function<void()> failure;
 
  private:
@@ -127,12 +116,6 @@ inline Fill image(int kind, std::string encoded) {
   };
 }
 
-struct Reply {
-  std::string text;
-  std::string uid;
-  int calls = 0;
-};
-
 // The members of a JSON object text, read with the library's own reader.
 inline Object parseObject(std::string const& text) {
   Object out;
@@ -141,8 +124,52 @@ inline Object parseObject(std::string const& text) {
   return out;
 }
 
+inline connector::message_service::JsonMessage message(std::string text) {
+  return connector::message_service::JsonMessage(std::move(text));
+}
+
+struct Reply {
+  std::string text;
+  std::string uid;
+};
+
+// Collects what the service passes to its reply and notification callbacks, from any thread.
+class Replies {
+ public:
+  ClipboardImpl::ReplyCallback callback() {
+    return [this](std::string text, std::string uid) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      replies_.push_back({std::move(text), std::move(uid)});
+    };
+  }
+  ClipboardImpl::NotifyCallback notifier() {
+    return [this](std::string text) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      notifications_.push_back(std::move(text));
+    };
+  }
+  std::vector<Reply> replies() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return replies_;
+  }
+  std::vector<std::string> notifications() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return notifications_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Reply> replies_;
+  std::vector<std::string> notifications_;
+};
+
+// The four request kinds, each sent through its message-form entry.
+enum class Request { flavors, get, set, subscribe };
+
 class ServiceTest : public ::testing::Test {
  protected:
+  void TearDown() override { pf::event::PFAbstractEventListenerFactory::setManagerMaker(nullptr); }
+
   // Replaces the clipboard's content as another program would; empty fills add nothing.
   void put(std::vector<std::pair<std::u16string, Fill>> const& formats,
            PFClipboardMode mode = PFClipboardMode::clipboard) {
@@ -166,32 +193,35 @@ class ServiceTest : public ::testing::Test {
     return out;
   }
 
-  ClipboardImpl::ReplyCallback recorder(Reply& reply) {
-    return [&reply](std::string text, std::string uid) {
-      reply.text = std::move(text);
-      reply.uid = std::move(uid);
-      ++reply.calls;
-    };
-  }
-
-  Reply getByMessage(std::string const& text, PFClipboardMode mode = PFClipboardMode::clipboard) {
-    Reply reply;
-    service.handleGetClipboardDataRequest(connector::message_service::JsonMessage(text), mode,
-                                          recorder(reply));
-    return reply;
-  }
-
-  Reply setByMessage(std::string const& text, PFClipboardMode mode = PFClipboardMode::clipboard) {
-    Reply reply;
-    service.handleSetClipboardDataRequest(connector::message_service::JsonMessage(text), mode,
-                                          recorder(reply));
-    return reply;
+  // Sends a request text through its entry and gives the one reply it made.
+  Reply send(Request kind, std::string const& text,
+             PFClipboardMode mode = PFClipboardMode::clipboard) {
+    Replies replies;
+    switch (kind) {
+      case Request::flavors:
+        service.handleRequestForAvailableDataFlavors(message(text), replies.callback());
+        break;
+      case Request::get:
+        service.handleGetClipboardDataRequest(message(text), mode, replies.callback());
+        break;
+      case Request::set:
+        service.handleSetClipboardDataRequest(message(text), mode, replies.callback());
+        break;
+      case Request::subscribe:
+        service.handleRequestForClipboardChangeSubscription(message(text), notifications.notifier(),
+                                                            replies.callback());
+        break;
+    }
+    auto const got = replies.replies();
+    EXPECT_EQ(got.size(), 1u) << text;
+    return got.empty() ? Reply() : got[0];
   }
 
   std::shared_ptr<test_support::ScriptedBackend> backend =
       std::make_shared<test_support::ScriptedBackend>();
   test_support::InstalledBackend installed{backend};
   test_support::LogCapture log;
+  Replies notifications;  // what subscribe requests sent through send() are told of changes
   ClipboardImpl service;
 };
 

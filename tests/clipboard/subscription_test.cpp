@@ -1,128 +1,82 @@
-#include <gtest/gtest.h>
-
+// The change subscription: its registration, its notifications, and its teardown while
+// notifications run on other threads.
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
 
-#include "clipboard/clipboard_impl.hpp"
-#include "support/log_capture.hpp"
-#include "support/scripted_backend.hpp"
-#include "support/service_harness.hpp"
+#include "service_fixture.hpp"
 
+namespace service_test {
 namespace {
 
 using namespace std::chrono_literals;
-using EditorServices::ClipboardImpl;
-using foundation::json::Value;
-using pf::clipboard::PFClipboardData;
-using pf::clipboard::PFClipboardMode;
-using test_support::Replies;
 
-PFClipboardData textPayload(std::u16string const& mime) {
-  PFClipboardData data;
-  data.addData(mime, std::u16string(u"content"));
-  return data;
-}
+using Subscription = ServiceTest;
 
-class Subscription : public ::testing::Test {
- protected:
-  void TearDown() override { pf::event::PFAbstractEventListenerFactory::setManagerMaker(nullptr); }
-
-  std::shared_ptr<test_support::ScriptedBackend> backend =
-      std::make_shared<test_support::ScriptedBackend>();
-  test_support::InstalledBackend installed{backend};
-  test_support::LogCapture log;
-};
-
-TEST_F(Subscription, FirstRequestRegistersAndEachChangeNotifies) {
-  ClipboardImpl service;
-  Replies first;
-  auto reply = service.handleRequestForClipboardChangeSubscription(
-      {{"requestid", Value("sub-1")}, {"success", Value(true)}}, first.notifier());
-  EXPECT_EQ(reply.size(), 2u);
-  EXPECT_EQ(reply.at(service.successKey), Value("true"));  // a string, not a bool
-  EXPECT_EQ(reply.at(service.replyRequestIdKey), Value("sub-1"));
+TEST_F(Subscription, EachChangeNotifiesTheFlavorsReply) {
+  send(Request::subscribe, R"({"requestid":"sub-1"})");
   EXPECT_TRUE(service.hasChangeRegistration());
-  EXPECT_TRUE(service.isChangeSubscriptionActive());
-
-  log.clear();
-  backend->put(textPayload(u"text/plain"));
-  backend->put(textPayload(u"text/plain"));  // unchanged content still notifies
-  auto const notifications = first.notifications();
-  ASSERT_EQ(notifications.size(), 2u);
-  auto const body = test_support::parsed(notifications[0]);
-  EXPECT_EQ(body.at(service.successKey), Value(true));
-  EXPECT_EQ(body.at(service.replyRequestIdKey), Value(""));
-  EXPECT_EQ(body.at(service.flavorsKey), Value(foundation::json::Array{Value("text/plain")}));
-  EXPECT_EQ(log.messages().size(), 2u);  // the flavors handler's 'requestid' line, per change
+  put({{u"text/plain", text(u"a")}});
+  put({{u"text/plain", text(u"a")}});  // unchanged content still notifies
+  EXPECT_EQ(
+      notifications.notifications(),
+      std::vector<std::string>(2, R"({"flavors":["text/plain"],"requestid":"","success":true})"));
 }
 
 TEST_F(Subscription, SecondRequestKeepsTheFirstCallback) {
-  ClipboardImpl service;
   Replies first;
   Replies second;
-  service.handleRequestForClipboardChangeSubscription({{"requestid", Value("a")}},
-                                                      first.notifier());
-  auto reply = service.handleRequestForClipboardChangeSubscription({{"requestid", Value("b")}},
-                                                                   second.notifier());
-  EXPECT_EQ(reply.at(service.successKey), Value("true"));
-  EXPECT_EQ(reply.at(service.replyRequestIdKey), Value("b"));
-  backend->put(textPayload(u"text/plain"));
+  service.handleRequestForClipboardChangeSubscription({{"requestid", "a"}}, first.notifier());
+  auto const reply =
+      service.handleRequestForClipboardChangeSubscription({{"requestid", "b"}}, second.notifier());
+  EXPECT_EQ(reply.at("success"), Value("true"));
+  put({{u"text/plain", text(u"a")}});
   EXPECT_EQ(first.notifications().size(), 1u);
   EXPECT_TRUE(second.notifications().empty());
 }
 
-TEST_F(Subscription, MissingRequestIdIsLoggedAndSubscribesAnyway) {
-  ClipboardImpl service;
-  Replies replies;
-  auto reply = service.handleRequestForClipboardChangeSubscription({}, replies.notifier());
-  EXPECT_EQ(log.messages(),
-            std::vector<std::string>{"[handleRequestForClipboardChangeSubscription] UID is empty"});
-  EXPECT_EQ(reply.at(service.successKey), Value("true"));
-  EXPECT_EQ(reply.at(service.replyRequestIdKey), Value(""));
-}
+// An event manager that cannot deliver clipboard changes.
+class RefusingManager final : public pf::event::PFEventListenerManager {
+ public:
+  bool prepareDelivery(pf::event::PFServiceType const&, pf::event::PFEventId const&) override {
+    throw std::runtime_error("no delivery here");
+  }
+};
 
 TEST_F(Subscription, FailingManagerRepliesFalseAndARetryRegisters) {
-  ClipboardImpl service;
-  Replies replies;
   pf::event::PFAbstractEventListenerFactory::setManagerMaker(
-      [](pf::event::PFEventComponent) -> std::unique_ptr<pf::event::PFEventListenerManager> {
-        throw std::runtime_error("no event manager here");
-      });
-  auto reply = service.handleRequestForClipboardChangeSubscription({{"requestid", Value("1")}},
-                                                                   replies.notifier());
-  EXPECT_EQ(reply.at(service.successKey), Value("false"));
+      [](pf::event::PFEventComponent) { return std::make_unique<RefusingManager>(); });
+  EXPECT_EQ(send(Request::subscribe, R"({"requestid":"1","uid":"u"})").text,
+            R"({"requestid":"1","success":"false"})");
   EXPECT_TRUE(service.isChangeSubscriptionActive());
   EXPECT_FALSE(service.hasChangeRegistration());
-  EXPECT_TRUE(log.messages().empty());
+  EXPECT_TRUE(logged().empty());
 
   pf::event::PFAbstractEventListenerFactory::setManagerMaker(nullptr);
-  reply = service.handleRequestForClipboardChangeSubscription({{"requestid", Value("2")}},
-                                                              replies.notifier());
-  EXPECT_EQ(reply.at(service.successKey), Value("true"));
-  backend->put(textPayload(u"text/plain"));
-  EXPECT_EQ(replies.notifications().size(), 1u);
+  EXPECT_EQ(send(Request::subscribe, R"({"requestid":"2","uid":"u"})").text,
+            R"({"requestid":"2","success":"true"})");
+  put({{u"text/plain", text(u"a")}});
+  EXPECT_EQ(notifications.notifications().size(), 1u);
 }
 
 TEST_F(Subscription, EmptyCallbackSubscribesAndDoesNotBreakTheClipboard) {
-  ClipboardImpl service;
-  auto reply = service.handleRequestForClipboardChangeSubscription({{"requestid", Value("r")}},
-                                                                   ClipboardImpl::NotifyCallback());
-  EXPECT_EQ(reply.at(service.successKey), Value("true"));
+  auto const reply = service.handleRequestForClipboardChangeSubscription(
+      {{"requestid", "r"}}, ClipboardImpl::NotifyCallback());
+  EXPECT_EQ(reply.at("success"), Value("true"));
   // The listener throws std::bad_function_call into the emission; the write stands.
-  EXPECT_NO_THROW(backend->put(textPayload(u"text/plain")));
+  EXPECT_NO_THROW(put({{u"text/plain", text(u"a")}}));
   EXPECT_EQ(backend->availableMimeTypes(PFClipboardMode::clipboard).size(), 1u);
 }
 
 TEST_F(Subscription, DestructionDetachesTheListener) {
   Replies replies;
   {
-    ClipboardImpl service;
-    service.handleRequestForClipboardChangeSubscription({}, replies.notifier());
-    backend->put(textPayload(u"text/plain"));
+    ClipboardImpl other;
+    other.handleRequestForClipboardChangeSubscription({}, replies.notifier());
+    put({{u"text/plain", text(u"a")}});
   }
-  backend->put(textPayload(u"text/html"));
+  put({{u"text/html", text(u"a")}});
   EXPECT_EQ(replies.notifications().size(), 1u);
 }
 
@@ -134,32 +88,22 @@ TEST_F(Subscription, DestructorWaitsForANotificationUnderWay) {
   std::promise<void> release;
   auto releaseFuture = release.get_future().share();
   std::atomic<bool> callbackDone{false};
-  auto service = std::make_unique<ClipboardImpl>();
-  service->handleRequestForClipboardChangeSubscription({}, [&](std::string) {
+  auto doomed = std::make_unique<ClipboardImpl>();
+  doomed->handleRequestForClipboardChangeSubscription({}, [&](std::string) {
     entered.set_value();
     releaseFuture.wait();
     callbackDone = true;
   });
-  threaded->copyFromOtherProgram(textPayload(u"text/plain"), PFClipboardMode::clipboard);
+  PFClipboardData data;
+  data.addData(u"text/plain", std::u16string(u"a"));
+  threaded->copyFromOtherProgram(std::move(data), PFClipboardMode::clipboard);
   entered.get_future().wait();
 
-  auto destroyed = std::async(std::launch::async, [&] { service.reset(); });
+  auto destroyed = std::async(std::launch::async, [&] { doomed.reset(); });
   EXPECT_EQ(destroyed.wait_for(100ms), std::future_status::timeout);
   release.set_value();
   destroyed.wait();
   EXPECT_TRUE(callbackDone.load());
-}
-
-TEST_F(Subscription, MessageFormRepliesWithStringSuccess) {
-  ClipboardImpl service;
-  Replies replies;
-  service.handleRequestForClipboardChangeSubscription(
-      test_support::message(R"({"requestid":"m","uid":"u-9"})"), replies.notifier(),
-      replies.callback());
-  auto const got = replies.replies();
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].uid, "u-9");
-  EXPECT_EQ(got[0].text, R"({"requestid":"m","success":"true"})");
 }
 
 // Requests and changes from several threads while the service is torn down. Run under
@@ -208,18 +152,17 @@ TEST(SubscriptionStress, ConcurrentRequestsChangesAndTeardown) {
       for (int i = 0; i < 30; ++i) {
         switch ((i + seed) % 3) {
           case 0:
-            service->handleRequestForAvailableDataFlavors(
-                test_support::message(R"({"requestid":"f","uid":"u"})"), replies.callback());
+            service->handleRequestForAvailableDataFlavors(message(R"({"requestid":"f","uid":"u"})"),
+                                                          replies.callback());
             break;
           case 1:
             service->handleGetClipboardDataRequest(
-                test_support::message(R"({"requestid":"g","uid":"u","flavors":[]})"),
-                PFClipboardMode::clipboard, replies.callback());
+                message(R"({"requestid":"g","uid":"u","flavors":[]})"), PFClipboardMode::clipboard,
+                replies.callback());
             break;
           default:
             service->handleRequestForClipboardChangeSubscription(
-                test_support::message(R"({"requestid":"s","uid":"u"})"), notify,
-                replies.callback());
+                message(R"({"requestid":"s","uid":"u"})"), notify, replies.callback());
         }
       }
       EXPECT_EQ(replies.replies().size(), 30u);
@@ -241,3 +184,4 @@ TEST(SubscriptionStress, ConcurrentRequestsChangesAndTeardown) {
 }
 
 }  // namespace
+}  // namespace service_test
