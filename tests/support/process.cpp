@@ -94,6 +94,8 @@ Ends open(Stream const& stream, int which, std::string& capturePath) {
       ends.child = ::open(stream.path.c_str(), flags | O_CLOEXEC, 0644);
       break;
     }
+    case Stream::Kind::output:
+      break;  // the caller's
     case Stream::Kind::capture: {
       char pattern[] = "/tmp/test_process_stderr_XXXXXX";
       ends.child = ::mkostemp(pattern, O_CLOEXEC);
@@ -101,7 +103,7 @@ Ends open(Stream const& stream, int which, std::string& capturePath) {
       break;
     }
   }
-  if (ends.child < 0) {
+  if (ends.child < 0 && stream.kind != Stream::Kind::output) {
     throw std::runtime_error("cannot open " + stream.path);
   }
   return ends;
@@ -127,7 +129,11 @@ Process::Process(ProcessSpec spec) {
   try {
     ends[0] = open(spec.in, STDIN_FILENO, errorPath_);
     ends[1] = open(spec.out, STDOUT_FILENO, errorPath_);
-    ends[2] = open(spec.err, STDERR_FILENO, errorPath_);
+    if (spec.err.kind == Stream::Kind::output) {
+      ends[2].child = ::fcntl(ends[1].child, F_DUPFD_CLOEXEC, 0);
+    } else {
+      ends[2] = open(spec.err, STDERR_FILENO, errorPath_);
+    }
   } catch (...) {
     for (auto& end : ends) {
       closeIfOpen(end.ours);
@@ -215,18 +221,21 @@ std::optional<std::string> Process::readErrorLine(std::chrono::milliseconds limi
 std::optional<std::string> Process::readFrom(LineSource& source, std::chrono::milliseconds limit) {
   auto const deadline = std::chrono::steady_clock::now() + limit;
   for (;;) {
-    std::size_t const newline = source.pending.find('\n');
+    std::size_t const newline = source.pending.find('\n', source.scanned);
     if (newline != std::string::npos) {
       std::string line = source.pending.substr(0, newline);
       source.pending.erase(0, newline + 1);
+      source.scanned = 0;
       return line;
     }
+    source.scanned = source.pending.size();
     if (source.ended || source.fd < 0) {
       if (source.pending.empty()) {
         return std::nullopt;
       }
       std::string last;
       last.swap(source.pending);  // a last line without "\n"
+      source.scanned = 0;
       return last;
     }
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(

@@ -15,7 +15,7 @@ namespace test_support {
 
 // Where one of the child's standard descriptors goes.
 struct Stream {
-  enum class Kind { null, pipe, file, capture };
+  enum class Kind { null, pipe, file, capture, output };
   Kind kind = Kind::null;
   std::string path;
 
@@ -26,6 +26,8 @@ struct Stream {
   static Stream file(std::string path) { return {Kind::file, std::move(path)}; }
   // Standard error only: a scratch file that errorText() reads back.
   static Stream capture() { return {Kind::capture, {}}; }
+  // Standard error only: wherever standard output goes.
+  static Stream output() { return {Kind::output, {}}; }
 };
 
 struct ProcessSpec {
@@ -86,6 +88,7 @@ class Process {
   struct LineSource {
     int fd = -1;
     std::string pending;
+    std::size_t scanned = 0;  // of `pending`, known to hold no newline
     bool ended = false;
   };
   std::optional<std::string> readFrom(LineSource& source, std::chrono::milliseconds limit);
