@@ -47,16 +47,18 @@ std::vector<Transcript> const kTranscripts = {
       R"({"type":"error","line":7,"error":"\"request\" has no complete value"})",
       R"({"type":"error","line":8,"error":"text after the object"})", kEmptyFlavorsAfter}},
     // As an object the bytes are passed as they stand (white space included); as a string its
-    // decoded text is passed, which in the last line is not an object: the service logs a parse
-    // error, which --log 4 sends to standard error.
+    // decoded text is passed; text that is not an object (the last three) gets the service's
+    // parse error, which --log 4 sends to standard error.
     {"RequestTextReachesTheServiceByteForByte",
      {"--log", "4"},
      {R"({"kind":"get","request": {"requestid" : "spaced", "uid":"u", "flavors":[]} })",
       R"({"kind":"get","request":"{\"requestid\":\"in-a-string\",\"uid\":\"s\",\"flavors\":[]}"})",
-      R"({"kind":"flavors","request":[1]})", R"({"kind":"get","request":"[]"})"},
+      R"({"kind":"flavors","request":[1]})", R"({"kind":"get","request":"[]"})",
+      R"({"kind":"get","request":7,"mode":0})"},
      {R"({"type":"reply","kind":"get","uid":"u","reply":{"clipboardItems":{},"requestid":"spaced","success":true}})",
       R"({"type":"reply","kind":"get","uid":"s","reply":{"clipboardItems":{},"requestid":"in-a-string","success":true}})",
       R"({"type":"reply","kind":"flavors","uid":"","reply":{"flavors":[],"requestid":"","success":true}})",
+      R"({"type":"reply","kind":"get","uid":"","reply":{"clipboardItems":{},"requestid":"","success":false}})",
       R"({"type":"reply","kind":"get","uid":"","reply":{"clipboardItems":{},"requestid":"","success":false}})"},
      {},
      "JSON Parse Error"},
@@ -240,7 +242,22 @@ INSTANTIATE_TEST_SUITE_P(
          R"({"noSuchField":"x"})",
          2,
          "noSuchField"},
+        {"FallbackFlavorsNotStrings",
+         {"--vocabulary", "{file}"},
+         R"({"fallbackFlavors":["text/plain",1]})",
+         2,
+         "\"fallbackFlavors\" must be an array of strings"},
         {"Help", {"--help"}, "", 0, "--listen [ADDRESS:]PORT", true},
+        {"Pretty",
+         {"--pretty", "--script", "{file}"},
+         R"({"kind":"get","request":{"requestid":"g","uid":"u","flavors":[]}})"
+         "\n"
+         R"({"kind":"flavors","request":{"requestid":"f","uid":"u"}})",
+         0,
+         "<- get reply for u:\n{\n  \"clipboardItems\": {},\n  \"requestid\": \"g\",\n  "
+         "\"success\": true\n}\n\n-> {\"kind\":\"flavors\",\"request\":{\"requestid\":\"f\","
+         "\"uid\":\"u\"}}\n<- flavors reply for u:\n{\n  \"flavors\": [],\n",
+         true},
         {"Script",
          {"--script", "{file}"},
          R"({"kind":"flavors","request":{"requestid":"from-script"}})",

@@ -187,8 +187,11 @@ TEST(WebSocketHost, APeerLeavingInTheMiddleOfA16MiBReplyLeavesTheHostServing) {
   EXPECT_TRUE(host.process().running());
 }
 
+// A GET (or a WebSocket upgrade from `origin`, the host's own when empty) with this Host header
+// (the host's own when empty).
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
-                                        std::string const& hostHeader = "", bool upgrade = false);
+                                        std::string const& hostHeader = "", bool upgrade = false,
+                                        std::string const& origin = "");
 
 std::size_t mappings(pid_t pid) {
   std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
@@ -237,7 +240,8 @@ TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedAndEndedOnesForgotten) {
 }
 
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
-                                        std::string const& hostHeader, bool upgrade) {
+                                        std::string const& hostHeader, bool upgrade,
+                                        std::string const& origin) {
   asio::io_context ioc;
   beast::tcp_stream stream(ioc);
   stream.connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), host.port()));
@@ -248,7 +252,7 @@ http::response<http::string_body> fetch(WebHost const& host, std::string const& 
     request.set(http::field::upgrade, "websocket");
     request.set(http::field::sec_websocket_version, "13");
     request.set(http::field::sec_websocket_key, "dGhlIHNhbXBsZSBub25jZQ==");
-    request.set(http::field::origin, host.origin());
+    request.set(http::field::origin, origin.empty() ? host.origin() : origin);
   }
   http::write(stream, request);
   beast::flat_buffer buffer;
@@ -256,6 +260,29 @@ http::response<http::string_body> fetch(WebHost const& host, std::string const& 
   beast::error_code ec;
   http::read(stream, buffer, response, ec);
   return response;
+}
+
+// The upgrade needs this start's token and a page of the host's own origin or one allowed.
+TEST(WebSocketHost, UpgradesNeedTheTokenAndAnAllowedOrigin) {
+  WebHost host({"--allow-origin", "http://localhost:8080"});
+  std::string const port = std::to_string(host.port());
+  struct Case {
+    std::string target;
+    std::string origin;
+    http::status status;
+  };
+  for (auto const& c :
+       {Case{"/ws?token=" + host.token(), "", http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://localhost:" + port,
+             http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://localhost:8080",
+             http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://evil.example", http::status::forbidden},
+        Case{"/ws?token=" + host.token() + "x", "", http::status::forbidden},
+        Case{"/ws", "", http::status::forbidden}}) {
+    EXPECT_EQ(fetch(host, c.target, "", true, c.origin).result(), c.status)
+        << c.target << " from " << c.origin;
+  }
 }
 
 TEST(WebSocketHostFiles, ThePageAndItsFilesAreServedWithTheirTypesAndPolicy) {

@@ -110,8 +110,9 @@ TEST_F(X11Host, ThePythonExampleGetsEachReplyWhileItsPipeStaysOpen) {
   EXPECT_EQ(example.finish(), 0) << example.errorText();
 }
 
-// On both transports: the error line names the request the service could not answer, and a get
-// from the same owner has the service's reply (success, nothing read) and the record why.
+// On both transports: the error line names the request the service could not answer, a get from
+// the same owner has the service's reply (success, nothing read) and the record why, and another
+// program's copy cannot be made up on a real clipboard.
 TEST_F(X11Host, AStalledOwnerGivesErrorLinesNamingTheRequestAndDiagnosticsSayWhy) {
   auto owner = xclipOwner("soon stalled");
   ASSERT_EQ(::kill(owner->pid(), SIGSTOP), 0);
@@ -120,9 +121,11 @@ TEST_F(X11Host, AStalledOwnerGivesErrorLinesNamingTheRequestAndDiagnosticsSayWhy
       {"--backend", "x11", "--display", display_, "--x11-timeouts", "300,300,1000",
        "--manager-handover", "0", "--diagnostics"},
       {R"({"kind":"flavors","request":{"requestid":"f1","uid":"ui"}})",
-       R"({"kind":"get","request":{"requestid":"g1","uid":"ui","flavors":["text/plain"]}})"},
+       R"({"kind":"get","request":{"requestid":"g1","uid":"ui","flavors":["text/plain"]}})",
+       R"({"kind":"external","items":[{"mimeType":"text/plain","text":"x"}]})"},
       {R"({"type":"error","line":1,"kind":"flavors","requestid":"f1","uid":"ui","error":"*did not answer within 300 ms*)",
-       R"({"type":"reply","kind":"get","uid":"ui","reply":{"clipboardItems":{},"requestid":"g1","success":true},"log":["getClipboardDataSync threw an exception for mime Type: text/plain"]})"}};
+       R"({"type":"reply","kind":"get","uid":"ui","reply":{"clipboardItems":{},"requestid":"g1","success":true},"log":["getClipboardDataSync threw an exception for mime Type: text/plain"]})",
+       R"({"type":"error","line":3,"error":"\"external\" needs the memory backend"})"}};
   for (auto transport : {host_test::Transport::pipe, host_test::Transport::websocket}) {
     host_test::runTranscript(stalled, transport);
   }
