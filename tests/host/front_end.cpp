@@ -101,8 +101,7 @@ std::string nameOf(Transport transport) {
 }
 
 FrontEnd::FrontEnd(Transport transport, std::vector<std::string> options,
-                   std::vector<std::string> env)
-    : transport_(transport) {
+                   std::vector<std::string> env) {
   if (transport == Transport::pipe) {
     pipe_ = startHost(std::move(options), std::move(env));
     return;

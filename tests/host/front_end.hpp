@@ -82,7 +82,6 @@ class FrontEnd {
   std::string errorText() const;
 
  private:
-  Transport transport_;
   std::unique_ptr<test_support::Process> pipe_;
   std::unique_ptr<WebHost> web_;
   boost::asio::io_context ioc_;

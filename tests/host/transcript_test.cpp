@@ -95,7 +95,7 @@ std::vector<Transcript> const kTranscripts = {
      {"--vocabulary", "{file}"},
      {R"({"kind":"flavors","request":{"requestid":"v","sender":"me"}})"},
      {R"({"type":"reply","kind":"flavors","uid":"me","reply":{"ok":true,"requestid":"v","types":[]}})"},
-     R"({"successKey":"ok","flavorsKey":"types","uidKey":"sender"})"},
+     R"({"successKey":"ok","flavorsKey":"types","uidKey":"sender","fallbackFlavors":["text/plain"]})"},
     // The bound is exact: a line (or message) of --max-line bytes is served.
     {"ALineOfExactlyMaxLineIsServed",
      {"--max-line", "1000"},
