@@ -5,13 +5,6 @@
 // (microseconds), beside Google Benchmark's mean.
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -24,8 +17,7 @@
 #include "host/host_session.hpp"
 #include "platform/i18n.hpp"
 #include "platform/memory/memory_clipboard.hpp"
-
-extern char** environ;
+#include "support/process.hpp"
 
 namespace {
 
@@ -48,81 +40,34 @@ void report(benchmark::State& state, std::vector<double>& samples) {
   state.counters["p99_us"] = percentile(samples, 0.99);
 }
 
-// clipboard-host on two pipes; stopped by closing its input, waited for by pid.
+// clipboard-host on two pipes, on the tests' process kit.
 class Host {
  public:
-  Host() {
-    ::signal(SIGPIPE, SIG_IGN);
-    int in[2];
-    int out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    char path[] = CLIPBOARD_HOST_PATH;
-    char* argv[] = {path, nullptr};
-    int const failed = posix_spawn(&pid_, path, &actions, nullptr, argv, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    input_ = in[1];
-    output_ = out[0];
-    if (failed != 0) {
-      throw std::runtime_error("cannot start " + std::string(path));
-    }
-  }
-  ~Host() {
-    ::close(input_);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    ::close(output_);
-  }
+  Host() : process_(spec()) {}
 
   void writeLine(std::string const& line) {
-    std::string const bytes = line + "\n";
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-      ssize_t const n = ::write(input_, bytes.data() + done, bytes.size() - done);
-      if (n <= 0) {
-        throw std::runtime_error("write to clipboard-host failed");
-      }
-      done += static_cast<std::size_t>(n);
+    if (!process_.writeLine(line)) {
+      throw std::runtime_error("write to clipboard-host failed");
     }
   }
 
   // One line of output; throws when none comes within 10 s.
   std::string readLine() {
-    for (;;) {
-      std::size_t const newline = pending_.find('\n', scanned_);
-      if (newline != std::string::npos) {
-        std::string line = pending_.substr(0, newline);
-        pending_.erase(0, newline + 1);
-        scanned_ = 0;
-        return line;
-      }
-      scanned_ = pending_.size();
-      pollfd wait{output_, POLLIN, 0};
-      if (::poll(&wait, 1, 10000) <= 0) {
-        throw std::runtime_error("no reply from clipboard-host");
-      }
-      char buffer[4096];
-      ssize_t const n = ::read(output_, buffer, sizeof buffer);
-      if (n <= 0) {
-        throw std::runtime_error("clipboard-host closed its output");
-      }
-      pending_.append(buffer, static_cast<std::size_t>(n));
+    auto line = process_.readLine(std::chrono::seconds(10));
+    if (!line) {
+      throw std::runtime_error("no reply from clipboard-host");
     }
+    return *line;
   }
 
  private:
-  pid_t pid_ = -1;
-  int input_ = -1;
-  int output_ = -1;
-  std::string pending_;
-  std::size_t scanned_ = 0;
+  static test_support::ProcessSpec spec() {
+    test_support::ProcessSpec spec;
+    spec.argv = {CLIPBOARD_HOST_PATH};
+    return spec;
+  }
+
+  test_support::Process process_;
 };
 
 void BM_FlavorsOverPipe(benchmark::State& state) {

@@ -3,12 +3,6 @@
 // on one WebSocket takes to reach another connection as a notification. Each round trip is
 // timed on its own: p50 and p99 are counters (microseconds); the 16 MiB rows use the mean.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <boost/asio/ip/tcp.hpp>
@@ -17,11 +11,12 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "support/process.hpp"
 
 namespace {
 
@@ -48,102 +43,43 @@ void report(benchmark::State& state, std::vector<double> const& samples) {
   state.counters["p99_us"] = percentile(samples, 0.99);
 }
 
-// clipboard-host as a child; `stderrPipe` keeps its standard error to read the address from.
+// clipboard-host as a child on the tests' process kit, its standard error on a pipe to read the
+// address from.
 class Child {
  public:
-  Child(std::vector<std::string> args, bool pipes) {
-    ::signal(SIGPIPE, SIG_IGN);
-    int in[2];
-    int out[2];
-    int err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
-        ::pipe2(err, O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    args.insert(args.begin(), CLIPBOARD_HOST_PATH);
-    std::vector<char*> argv;
-    for (auto& a : args) {
-      argv.push_back(a.data());
-    }
-    argv.push_back(nullptr);
-    int const failed = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    ::close(err[1]);
-    input_ = in[1];
-    output_ = out[0];
-    error_ = err[0];
-    if (failed != 0) {
-      throw std::runtime_error("cannot start clipboard-host");
-    }
-    (void)pipes;
-  }
-  ~Child() {
-    ::kill(pid_, SIGTERM);
-    ::close(input_);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    ::close(output_);
-    ::close(error_);
-  }
+  Child(std::vector<std::string> args, bool) : process_(spec(std::move(args))) {}
 
   void writeLine(std::string const& line) {
-    std::string const bytes = line + "\n";
-    for (std::size_t done = 0; done < bytes.size();) {
-      ssize_t const n = ::write(input_, bytes.data() + done, bytes.size() - done);
-      if (n <= 0) {
-        throw std::runtime_error("write to clipboard-host failed");
-      }
-      done += static_cast<std::size_t>(n);
+    if (!process_.writeLine(line)) {
+      throw std::runtime_error("write to clipboard-host failed");
     }
   }
-
-  std::string readLine() { return readLineFrom(output_, outPending_); }
-  std::string readErrorLine() { return readLineFrom(error_, errPending_); }
+  std::string readLine() { return orThrow(process_.readLine()); }
+  std::string readErrorLine() { return orThrow(process_.readErrorLine()); }
 
  private:
-  static std::string readLineFrom(int fd, std::string& pending) {
-    std::size_t scanned = 0;
-    for (;;) {
-      std::size_t const newline = pending.find('\n', scanned);
-      if (newline != std::string::npos) {
-        std::string line = pending.substr(0, newline);
-        pending.erase(0, newline + 1);
-        return line;
-      }
-      scanned = pending.size();
-      pollfd wait{fd, POLLIN, 0};
-      if (::poll(&wait, 1, 10000) <= 0) {
-        throw std::runtime_error("no output from clipboard-host");
-      }
-      std::size_t const old = pending.size();
-      pending.resize(old + (1 << 20));
-      ssize_t const n = ::read(fd, pending.data() + old, 1 << 20);
-      pending.resize(old + static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
-      if (n <= 0) {
-        throw std::runtime_error("clipboard-host closed its output");
-      }
+  static test_support::ProcessSpec spec(std::vector<std::string> args) {
+    test_support::ProcessSpec spec;
+    spec.argv = std::move(args);
+    spec.argv.insert(spec.argv.begin(), CLIPBOARD_HOST_PATH);
+    spec.err = test_support::Stream::pipe();
+    return spec;
+  }
+  static std::string orThrow(std::optional<std::string> line) {
+    if (!line) {
+      throw std::runtime_error("no output from clipboard-host");
     }
+    return *line;
   }
 
-  pid_t pid_ = -1;
-  int input_ = -1;
-  int output_ = -1;
-  int error_ = -1;
-  std::string outPending_;
-  std::string errPending_;
+  test_support::Process process_;
 };
 
 class WebHost {
  public:
   WebHost()
-      : child_({"--listen", "127.0.0.1:0", "--web-root", EDITOR_CLIPBOARD_SOURCE_DIR "/web"}, false) {
+      : child_({"--listen", "127.0.0.1:0", "--web-root", EDITOR_CLIPBOARD_SOURCE_DIR "/web"},
+               false) {
     std::string const line = child_.readErrorLine();
     std::string const prefix = "listening on http://";
     std::string const rest = line.substr(prefix.size());
@@ -267,7 +203,10 @@ void BM_Notification_WebSocket(benchmark::State& state) {
 
 BENCHMARK(BM_SmallGet_WebSocket)->UseManualTime()->Iterations(5000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SmallGet_Pipe)->UseManualTime()->Iterations(5000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_Notification_WebSocket)->UseManualTime()->Iterations(2000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Notification_WebSocket)
+    ->UseManualTime()
+    ->Iterations(2000)
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Get16MiB_WebSocket)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Get16MiB_Pipe)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
 

@@ -84,7 +84,7 @@ void Listener::doAccept() {
   });
 }
 
-void Listener::runUntilSignal() {
+void Listener::runUntilSignal(std::function<void()> const& ready) {
   asio::signal_set signals(ioc_, SIGINT, SIGTERM);
   signals.async_wait([this](boost::system::error_code, int) {
     stopping_ = true;
@@ -103,6 +103,7 @@ void Listener::runUntilSignal() {
       session->close();
     }
   });
+  ready();
   asio::post(acceptor_.get_executor(), [this] { doAccept(); });
   unsigned const count = 2;
   for (unsigned i = 0; i + 1 < count; ++i) {

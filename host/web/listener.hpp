@@ -9,6 +9,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,8 +36,9 @@ class Listener {
   std::string pageUrl() const { return policy_->pageUrl(); }
 
   // Serves until SIGINT or SIGTERM, then closes every connection (their service objects go
-  // first) and returns.
-  void runUntilSignal();
+  // first) and returns. `ready` runs once those signals are caught, so that a signal sent as
+  // soon as the address is announced stops the host cleanly.
+  void runUntilSignal(std::function<void()> const& ready);
 
  private:
   void doAccept();

@@ -10,8 +10,8 @@ namespace clipboard_host::web {
 int serve(Settings const& settings, SessionSettings const& sessions) {
   try {
     Listener listener(settings, sessions);
-    std::cerr << "listening on " << listener.pageUrl() << std::endl;
-    listener.runUntilSignal();
+    listener.runUntilSignal(
+        [&listener] { std::cerr << "listening on " << listener.pageUrl() << std::endl; });
   } catch (std::exception const& e) {
     std::cerr << "clipboard-host: " << e.what() << "\n";
     return 1;

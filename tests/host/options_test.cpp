@@ -1,25 +1,68 @@
-// clipboard-host's command line: what each option sets, and bad values refused with a message
-// that names the option.
+// clipboard-host's command line: what each option sets, bad values refused with a message
+// that names the option, and the documents that describe it.
 #include <gtest/gtest.h>
 
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/options.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
 using clipboard_host::Options;
 using clipboard_host::parseOptions;
 using clipboard_host::UsageError;
+using test_support::readFile;
 
-TEST(HostOptions, DefaultsServeTheMemoryClipboardQuietly) {
-  Options const options = parseOptions({});
-  EXPECT_EQ(options.backend, "memory");
-  EXPECT_EQ(options.logLevels, 0u);
-  EXPECT_FALSE(options.diagnostics);
-  EXPECT_EQ(options.maxLine, std::size_t{256} << 20);
-  EXPECT_EQ(options.x11.managerHandover.count(), 3000);
+std::string const kSource = std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/";
+
+std::set<std::string> optionWordsIn(std::string const& text) {
+  std::set<std::string> words;
+  std::regex const word("--[a-z0-9][a-z0-9-]*");
+  for (std::sregex_iterator it(text.begin(), text.end(), word), end; it != end; ++it) {
+    words.insert(it->str());
+  }
+  return words;
+}
+
+// --help names the options the parser knows, and the protocol document's synopsis names them too.
+TEST(HostOptions, TheHelpAndTheSynopsisNameTheOptionsTheParserKnows) {
+  std::set<std::string> const help = optionWordsIn(clipboard_host::kUsage);
+  for (auto const& word : help) {
+    try {
+      parseOptions({word});
+    } catch (UsageError const& e) {
+      EXPECT_EQ(std::string(e.what()).find("unknown option"), std::string::npos) << e.what();
+    }
+  }
+  std::string const protocol = readFile(kSource + "docs/protocol.md");
+  std::size_t const from = protocol.find("    clipboard-host [");
+  ASSERT_NE(from, std::string::npos);
+  std::set<std::string> synopsis =
+      optionWordsIn(protocol.substr(from, protocol.find("\n\n", from) - from));
+  synopsis.insert("--help");
+  EXPECT_EQ(synopsis, help);
+}
+
+// Code the documents show is the code the tests build and run, line for line.
+TEST(HostDocuments, ShowTheirExamplesVerbatim) {
+  for (auto const& [document, example] :
+       {std::pair{"README.md", "tests/packaging/consumer/main.cpp"},
+        std::pair{"docs/protocol.md", "examples/host_client.py"}}) {
+    std::string const code = readFile(kSource + example);
+    ASSERT_FALSE(code.empty()) << example;
+    std::string indented;
+    std::istringstream lines(code);
+    for (std::string line; std::getline(lines, line);) {
+      indented += line.empty() ? "\n" : "    " + line + "\n";
+    }
+    EXPECT_NE(readFile(kSource + document).find(indented), std::string::npos)
+        << document << " must show " << example << " indented by four spaces";
+  }
 }
 
 TEST(HostOptions, X11OptionsReachTheirSettings) {

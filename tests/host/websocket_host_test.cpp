@@ -3,9 +3,6 @@
 // many peers, and file requests that try to leave the web folder.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <boost/asio/connect.hpp>
@@ -14,15 +11,17 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-extern char** environ;
+#include "host/front_end.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
@@ -31,120 +30,31 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 namespace websocket = beast::websocket;
 using tcp = asio::ip::tcp;
+using host_test::connectTo;
+using host_test::roundTrip;
+using host_test::Socket;
+using host_test::WebHost;
 
-// The host as a child process, serving on a free port; stopped with SIGTERM, which must end it
-// cleanly.
-class WebHost {
- public:
-  explicit WebHost(std::vector<std::string> extra = {}) {
-    std::vector<std::string> args = {CLIPBOARD_HOST_PATH, "--listen", "127.0.0.1:0", "--web-root",
-                                     std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/web"};
-    args.insert(args.end(), extra.begin(), extra.end());
-    std::vector<char*> argv;
-    for (auto& a : args) {
-      argv.push_back(a.data());
-    }
-    argv.push_back(nullptr);
-    int fds[2];
-    EXPECT_EQ(::pipe(fds), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
-    posix_spawn_file_actions_addclose(&actions, fds[0]);
-    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(fds[1]);
-    err_ = ::fdopen(fds[0], "r");
-    char line[512] = {};
-    if (std::fgets(line, sizeof line, err_) == nullptr) {
-      ADD_FAILURE() << "the host printed no address";
-      return;
-    }
-    std::string const text = line;
-    std::string const prefix = "listening on http://127.0.0.1:";
-    EXPECT_EQ(text.rfind(prefix, 0), 0u) << text;
-    port_ = static_cast<unsigned short>(std::stoi(text.substr(prefix.size())));
-    token_ = text.substr(text.find("token=") + 6);
-    while (!token_.empty() && (token_.back() == '\n' || token_.back() == '\r')) {
-      token_.pop_back();
+// The peak resident memory of a process, in MiB.
+long peakMiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) {
+      return std::stol(line.substr(6)) / 1024;
     }
   }
-
-  ~WebHost() {
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
-    std::fclose(err_);
-  }
-
-  unsigned short port() const { return port_; }
-  std::string const& token() const { return token_; }
-  std::string hostHeader() const { return "127.0.0.1:" + std::to_string(port_); }
-  std::string origin() const { return "http://" + hostHeader(); }
-
-  // The peak resident memory of the host, in MiB.
-  long peakMiB() const {
-    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-    for (std::string line; std::getline(status, line);) {
-      if (line.rfind("VmHWM:", 0) == 0) {
-        return std::stol(line.substr(6)) / 1024;
-      }
-    }
-    return -1;
-  }
-
-  std::size_t openFiles() const {
-    std::size_t n = 0;
-    if (DIR* dir = ::opendir(("/proc/" + std::to_string(pid_) + "/fd").c_str())) {
-      while (::readdir(dir) != nullptr) {
-        ++n;
-      }
-      ::closedir(dir);
-    }
-    return n;
-  }
-
-  bool alive() const { return ::waitpid(pid_, nullptr, WNOHANG) == 0; }
-
- private:
-  pid_t pid_ = -1;
-  std::FILE* err_ = nullptr;
-  unsigned short port_ = 0;
-  std::string token_;
-};
-
-using Socket = websocket::stream<tcp::socket>;
-
-std::unique_ptr<Socket> connectTo(asio::io_context& ioc, WebHost const& host,
-                                  beast::error_code& ec) {
-  auto ws = std::make_unique<Socket>(ioc);
-  tcp::endpoint const endpoint(asio::ip::make_address("127.0.0.1"), host.port());
-  beast::get_lowest_layer(*ws).connect(endpoint, ec);
-  if (ec) {
-    return ws;
-  }
-  ws->set_option(websocket::stream_base::decorator([&host](websocket::request_type& request) {
-    request.set(http::field::origin, host.origin());
-  }));
-  ws->read_message_max(std::size_t{1} << 30);
-  ws->handshake(host.hostHeader(), "/ws?token=" + host.token(), ec);
-  return ws;
+  return -1;
 }
 
-std::unique_ptr<Socket> connectTo(asio::io_context& ioc, WebHost const& host) {
-  beast::error_code ec;
-  auto ws = connectTo(ioc, host, ec);
-  EXPECT_FALSE(ec) << ec.message();
-  return ws;
-}
-
-std::string roundTrip(Socket& ws, std::string const& message) {
-  ws.text(true);
-  ws.write(asio::buffer(message));
-  beast::flat_buffer buffer;
-  ws.read(buffer);
-  return beast::buffers_to_string(buffer.data());
+std::size_t openFiles(pid_t pid) {
+  std::size_t n = 0;
+  if (DIR* dir = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
+    while (::readdir(dir) != nullptr) {
+      ++n;
+    }
+    ::closedir(dir);
+  }
+  return n;
 }
 
 std::string const kFlavors = R"({"kind":"flavors","request":{"requestid":"f","uid":"t"}})";
@@ -215,29 +125,18 @@ INSTANTIATE_TEST_SUITE_P(
                       BadFrame{"Binary", kFlavors, false, 1003}),
     [](auto const& info) { return std::string(info.param.name); });
 
-TEST(WebSocketHost, ExactlyMaxLineIsStillServed) {
-  WebHost host({"--max-line", "1000"});
-  asio::io_context ioc;
-  auto ws = connectTo(ioc, host);
-  std::string request = kFlavors;
-  request.insert(request.size() - 1, std::string(1000 - request.size(), ' '));
-  ASSERT_EQ(request.size(), 1000u);
-  EXPECT_NE(roundTrip(*ws, request).find(R"("success":true)"), std::string::npos);
-}
-
 TEST(WebSocketHost, APeerThatNeverReadsIsDroppedWithinTheQueueBound) {
   // Under AddressSanitizer freed blocks wait in a quarantine (256 MiB by default), which would
   // count as the host's memory here.
   char const* const asan = std::getenv("ASAN_OPTIONS");
-  std::string const saved = asan != nullptr ? asan : "";
-  ::setenv("ASAN_OPTIONS", (saved + ":quarantine_size_mb=8").c_str(), 1);
-  WebHost host;
-  ::setenv("ASAN_OPTIONS", saved.c_str(), 1);
+  WebHost host(
+      {}, {"ASAN_OPTIONS=" + std::string(asan != nullptr ? asan : "") + ":quarantine_size_mb=8"});
+  pid_t const pid = host.process().pid();
   asio::io_context ioc;
   auto ws = connectTo(ioc, host);
   std::string const megabyte(std::size_t{1} << 20, 'm');
   roundTrip(*ws, setText(megabyte));
-  [[maybe_unused]] long const before = host.peakMiB();
+  [[maybe_unused]] long const before = peakMiB(pid);
 
   // 400 replies of 1 MiB each asked for and never read: 400 MiB if nothing bounded them.
   beast::error_code ec;
@@ -247,11 +146,11 @@ TEST(WebSocketHost, APeerThatNeverReadsIsDroppedWithinTheQueueBound) {
   auto other = connectTo(ioc, host);
   EXPECT_NE(roundTrip(*other, kFlavors).find(R"("success":true)"), std::string::npos);
   // The host drops the peer that does not read: its socket goes.
-  std::size_t const open = host.openFiles();
-  for (int i = 0; i < 1500 && host.openFiles() >= open; ++i) {
+  std::size_t const open = openFiles(pid);
+  for (int i = 0; i < 1500 && openFiles(pid) >= open; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  EXPECT_EQ(host.openFiles(), open - 1);
+  EXPECT_EQ(openFiles(pid), open - 1);
   // Reading now ends well before all the replies.
   int replies = 0;
   beast::flat_buffer buffer;
@@ -263,7 +162,7 @@ TEST(WebSocketHost, APeerThatNeverReadsIsDroppedWithinTheQueueBound) {
   }
   EXPECT_LT(replies, 300);
 #ifndef __SANITIZE_THREAD__  // ThreadSanitizer's shadow of the heap counts as resident memory
-  long const peak = host.peakMiB();
+  long const peak = peakMiB(pid);
   EXPECT_LT(peak - before, 200) << "peak " << peak << " MiB, " << before << " MiB before";
 #endif
   EXPECT_NE(roundTrip(*other, kGetText).find(megabyte), std::string::npos);
@@ -285,41 +184,64 @@ TEST(WebSocketHost, APeerLeavingInTheMiddleOfA16MiBReplyLeavesTheHostServing) {
   auto ws = connectTo(ioc, host);
   std::string const reply = roundTrip(*ws, kGetText);
   EXPECT_GT(reply.size(), big.size());
-  EXPECT_TRUE(host.alive());
+  EXPECT_TRUE(host.process().running());
 }
 
+// A GET (or a WebSocket upgrade from `origin`, the host's own when empty) with this Host header
+// (the host's own when empty).
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
-                                        std::string const& hostHeader = "", bool upgrade = false);
+                                        std::string const& hostHeader = "", bool upgrade = false,
+                                        std::string const& origin = "");
 
-TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedUntilOneCloses) {
+std::size_t mappings(pid_t pid) {
+  std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+  std::size_t n = 0;
+  for (std::string line; std::getline(maps, line);) {
+    ++n;
+  }
+  return n;
+}
+
+// At most --max-connections are open at once: one more is refused. Every ended connection is
+// forgotten: its place comes back, so more connections than the limit, one after another beside
+// one kept open, are each admitted and served; and its worker thread is joined, so the host does
+// not grow with each one (an unjoined thread keeps its stack mapped).
+TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedAndEndedOnesForgotten) {
   WebHost host({"--max-connections", "2"});
   asio::io_context ioc;
-  auto first = connectTo(ioc, host);
-  auto second = connectTo(ioc, host);
-  beast::error_code ec;
-  auto third = connectTo(ioc, host, ec);
-  EXPECT_TRUE(ec);
-  EXPECT_EQ(fetch(host, "/ws?token=" + host.token(), "", true).result(),
-            http::status::service_unavailable);
-
-  first->close(websocket::close_code::normal);
-  // The slot comes back once the closed connection's service object is gone.
-  bool admitted = false;
-  for (int i = 0; i < 100 && !admitted; ++i) {
-    ec = {};
-    third = connectTo(ioc, host, ec);
-    admitted = !ec;
-    if (!admitted) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  auto kept = connectTo(ioc, host);
+  std::size_t before = 0;
+  for (int i = 0; i < 22; ++i) {
+    if (i == 2) {
+      before = mappings(host.process().pid());
     }
+    std::unique_ptr<Socket> ws;
+    beast::error_code ec;
+    // The place comes back once the closed connection's service object is gone.
+    for (int tries = 0; tries < 100 && (!ws || ec); ++tries) {
+      if (ws) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      }
+      ec = {};
+      ws = connectTo(ioc, host, ec);
+    }
+    ASSERT_FALSE(ec) << "connection " << i + 1 << ": " << ec.message();
+    if (i == 0) {
+      connectTo(ioc, host, ec);
+      EXPECT_TRUE(ec) << "a third connection";
+      EXPECT_EQ(fetch(host, "/ws?token=" + host.token(), "", true).result(),
+                http::status::service_unavailable);
+    }
+    EXPECT_NE(roundTrip(*ws, kFlavors).find(R"("success":true)"), std::string::npos);
+    ws->close(websocket::close_code::normal);
   }
-  ASSERT_TRUE(admitted);
-  EXPECT_NE(roundTrip(*third, kFlavors).find(R"("success":true)"), std::string::npos);
-  EXPECT_NE(roundTrip(*second, kFlavors).find(R"("success":true)"), std::string::npos);
+  EXPECT_NE(roundTrip(*kept, kFlavors).find(R"("success":true)"), std::string::npos);
+  EXPECT_LT(mappings(host.process().pid()), before + 10);
 }
 
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
-                                        std::string const& hostHeader, bool upgrade) {
+                                        std::string const& hostHeader, bool upgrade,
+                                        std::string const& origin) {
   asio::io_context ioc;
   beast::tcp_stream stream(ioc);
   stream.connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), host.port()));
@@ -330,7 +252,7 @@ http::response<http::string_body> fetch(WebHost const& host, std::string const& 
     request.set(http::field::upgrade, "websocket");
     request.set(http::field::sec_websocket_version, "13");
     request.set(http::field::sec_websocket_key, "dGhlIHNhbXBsZSBub25jZQ==");
-    request.set(http::field::origin, host.origin());
+    request.set(http::field::origin, origin.empty() ? host.origin() : origin);
   }
   http::write(stream, request);
   beast::flat_buffer buffer;
@@ -338,6 +260,29 @@ http::response<http::string_body> fetch(WebHost const& host, std::string const& 
   beast::error_code ec;
   http::read(stream, buffer, response, ec);
   return response;
+}
+
+// The upgrade needs this start's token and a page of the host's own origin or one allowed.
+TEST(WebSocketHost, UpgradesNeedTheTokenAndAnAllowedOrigin) {
+  WebHost host({"--allow-origin", "http://localhost:8080"});
+  std::string const port = std::to_string(host.port());
+  struct Case {
+    std::string target;
+    std::string origin;
+    http::status status;
+  };
+  for (auto const& c :
+       {Case{"/ws?token=" + host.token(), "", http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://localhost:" + port,
+             http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://localhost:8080",
+             http::status::switching_protocols},
+        Case{"/ws?token=" + host.token(), "http://evil.example", http::status::forbidden},
+        Case{"/ws?token=" + host.token() + "x", "", http::status::forbidden},
+        Case{"/ws", "", http::status::forbidden}}) {
+    EXPECT_EQ(fetch(host, c.target, "", true, c.origin).result(), c.status)
+        << c.target << " from " << c.origin;
+  }
 }
 
 TEST(WebSocketHostFiles, ThePageAndItsFilesAreServedWithTheirTypesAndPolicy) {
@@ -364,14 +309,13 @@ TEST(WebSocketHostFiles, ThePageAndItsFilesAreServedWithTheirTypesAndPolicy) {
 
 TEST(WebSocketHostFiles, NothingOutsideTheWebFolderIsServed) {
   // A web folder with a link that leads out of it.
-  std::string const root = ::testing::TempDir() + "web_root_" + std::to_string(::getpid());
-  std::string const outside =
-      ::testing::TempDir() + "outside_" + std::to_string(::getpid()) + ".txt";
-  ASSERT_EQ(std::system(("mkdir -p " + root + "/sub && echo '<p>page</p>' > " + root +
-                         "/index.html && echo secret > " + outside + " && echo hidden > " + root +
-                         "/.hidden.txt && ln -sf " + outside + " " + root + "/leak.txt")
-                            .c_str()),
-            0);
+  test_support::TempDir dir;
+  std::string const root = dir.path() + "/web";
+  std::filesystem::create_directories(root + "/sub");
+  std::string const outside = dir.file("outside.txt", "secret\n");
+  std::ofstream(root + "/index.html") << "<p>page</p>\n";
+  std::ofstream(root + "/.hidden.txt") << "hidden\n";
+  std::filesystem::create_symlink(outside, root + "/leak.txt");
   WebHost host({"--web-root", root});
   EXPECT_EQ(fetch(host, "/", "", false).result(), http::status::ok);
   for (char const* target :
@@ -386,7 +330,6 @@ TEST(WebSocketHostFiles, NothingOutsideTheWebFolderIsServed) {
   // Another Host header gets nothing at all, not even the page.
   EXPECT_EQ(fetch(host, "/", "evil.example:" + std::to_string(host.port()), false).result(),
             http::status::forbidden);
-  std::system(("rm -rf " + root + " " + outside).c_str());
 }
 
 }  // namespace
@@ -397,41 +340,37 @@ struct StartCase {
   char const* name;
   std::string tokenFileText;  // written to the token file; "-" for no file at all
   std::string extra;
-  int status;
+  int status;             // on SIGTERM when it listens
   char const* firstLine;  // the start of standard error's first line
 };
 
 class WebSocketHostStart : public ::testing::TestWithParam<StartCase> {};
 
 TEST_P(WebSocketHostStart, TokenFilesAndListenAddresses) {
-  std::string const dir = ::testing::TempDir();
-  std::string const stem = dir + "host_start_" + std::to_string(::getpid()) + GetParam().name;
+  test_support::TempDir dir;
+  std::vector<std::string> options = {"--token-file", dir.path() + "/token"};
   if (GetParam().tokenFileText != "-") {
-    std::ofstream(stem + ".token") << GetParam().tokenFileText;
+    options.back() = dir.file("token", GetParam().tokenFileText);
   }
-  // A host that starts is stopped with SIGTERM after 2 s.
-  std::string const command = "timeout -s TERM 2 " + std::string(CLIPBOARD_HOST_PATH) +
-                              " --web-root " + EDITOR_CLIPBOARD_SOURCE_DIR + "/web --token-file " +
-                              stem + ".token " + GetParam().extra + " 2> " + stem + ".err";
-  int const raw = std::system(command.c_str());
-  std::ifstream err(stem + ".err");
-  std::string first;
-  std::getline(err, first);
-  EXPECT_EQ(first.rfind(GetParam().firstLine, 0), 0u) << first;
-  int const status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  // timeout(1) exits 124 when it had to stop the host.
-  EXPECT_EQ(status, GetParam().status) << first;
-  if (status == 124) {
-    EXPECT_NE(first.find("/?token=Abcdefghij0123456789._~-"), std::string::npos) << first;
+  std::istringstream extra(GetParam().extra);
+  for (std::string word; extra >> word;) {
+    options.push_back(word);
   }
-  std::remove((stem + ".token").c_str());
-  std::remove((stem + ".err").c_str());
+  WebHost host(options);
+  EXPECT_EQ(host.firstErrorLine().rfind(GetParam().firstLine, 0), 0u) << host.firstErrorLine();
+  if (host.listening()) {
+    EXPECT_NE(host.firstErrorLine().find("/?token=Abcdefghij0123456789._~-"), std::string::npos)
+        << host.firstErrorLine();
+    EXPECT_EQ(host.stop(), GetParam().status);
+  } else {
+    EXPECT_EQ(host.process().finish(), GetParam().status) << host.firstErrorLine();
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, WebSocketHostStart,
     ::testing::Values(
-        StartCase{"GoodToken", "  Abcdefghij0123456789._~-\n", "--listen 127.0.0.1:0", 124,
+        StartCase{"GoodToken", "  Abcdefghij0123456789._~-\n", "--listen 127.0.0.1:0", 0,
                   "listening on http://127.0.0.1:"},
         StartCase{"ShortToken", "abc\n", "--listen 0", 1, "clipboard-host: the token in"},
         StartCase{"TokenWithSpace", "abcdefgh ijklmnopq\n", "--listen 0", 1,

@@ -9,11 +9,19 @@
 #include <string>
 #include <thread>
 
-#include "host/child_process.hpp"
+#include "host/front_end.hpp"
 
 namespace {
 
-using host_test::ChildProcess;
+using test_support::Process;
+using test_support::ProcessSpec;
+
+std::unique_ptr<Process> start(std::vector<std::string> argv, std::vector<std::string> env) {
+  ProcessSpec spec;
+  spec.argv = std::move(argv);
+  spec.env = std::move(env);
+  return std::make_unique<Process>(std::move(spec));
+}
 
 class X11Host : public ::testing::Test {
  protected:
@@ -22,22 +30,11 @@ class X11Host : public ::testing::Test {
     GTEST_SKIP() << "this build has no X11 backend";
 #endif
     try {
-      // -displayfd picks a free display and writes its number to our pipe; -noreset keeps the
-      // server up between clients (a reset when the last one leaves refuses the next one).
-      xvfb_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-          "Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0", "320x240x24"});
+      xvfb_ = std::make_unique<test_support::Xvfb>("320x240x24");
     } catch (std::exception const& e) {
       GTEST_SKIP() << "no Xvfb: " << e.what();
     }
-    auto number = xvfb_->readLine(std::chrono::seconds(20));
-    ASSERT_TRUE(number.has_value()) << xvfb_->errorText();
-    display_ = ":" + *number;
-  }
-
-  void TearDown() override {
-    if (xvfb_) {
-      xvfb_->terminate();
-    }
+    display_ = xvfb_->display();
   }
 
   std::string displayVariable() const {
@@ -45,10 +42,8 @@ class X11Host : public ::testing::Test {
   }
 
   // Puts `text` on CLIPBOARD from xclip, which stays in the foreground serving it.
-  std::unique_ptr<ChildProcess> xclipOwner(std::string const& text) {
-    auto owner = std::make_unique<ChildProcess>(
-        std::vector<std::string>{"xclip", "-quiet", "-selection", "clipboard", "-i"},
-        std::vector<std::string>{displayVariable()});
+  std::unique_ptr<Process> xclipOwner(std::string const& text) {
+    auto owner = start({"xclip", "-quiet", "-selection", "clipboard", "-i"}, {displayVariable()});
     owner->write(text);
     owner->closeInput();
     // Owned once xclip -o reads it back.
@@ -63,26 +58,27 @@ class X11Host : public ::testing::Test {
   }
 
   std::string xclipRead() {
-    ChildProcess reader({"xclip", "-selection", "clipboard", "-o"}, {displayVariable()});
-    reader.closeInput();
+    auto reader = start({"xclip", "-selection", "clipboard", "-o"}, {displayVariable()});
+    reader->closeInput();
     std::string text;
-    while (auto line = reader.readLine(std::chrono::seconds(5))) {
+    while (auto line = reader->readLine(std::chrono::seconds(5))) {
       text += (text.empty() ? "" : "\n") + *line;
     }
-    reader.wait();
+    reader->finish();
     return text;
   }
 
-  std::unique_ptr<ChildProcess> xvfb_;
+  std::unique_ptr<test_support::Xvfb> xvfb_;
   std::string display_;
 };
 
 TEST_F(X11Host, ThePythonExampleGetsEachReplyWhileItsPipeStaysOpen) {
   auto owner = xclipOwner("from xclip");
-  ChildProcess example(
-      {"python3", std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/examples/host_client.py",
-       CLIPBOARD_HOST_PATH, "--backend", "x11", "--manager-handover", "0"},
-      {displayVariable()});
+  auto example_ =
+      start({"python3", std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/examples/host_client.py",
+             CLIPBOARD_HOST_PATH, "--backend", "x11", "--manager-handover", "0"},
+            {displayVariable()});
+  Process& example = *example_;
   std::vector<std::string> lines;
   for (;;) {
     auto line = example.readLine(std::chrono::seconds(20));
@@ -108,48 +104,40 @@ TEST_F(X11Host, ThePythonExampleGetsEachReplyWhileItsPipeStaysOpen) {
   // While the example waits, the host owns CLIPBOARD and xclip reads what it set; xclip, which
   // lost the selection, has exited.
   EXPECT_EQ(xclipRead(), "hello from python");
-  EXPECT_EQ(owner->wait(std::chrono::seconds(5)), 0);
+  EXPECT_EQ(owner->finish(std::chrono::seconds(5)), 0);
 
   example.writeLine("");
-  EXPECT_EQ(example.wait(std::chrono::seconds(10)), 0) << example.errorText();
+  EXPECT_EQ(example.finish(), 0) << example.errorText();
 }
 
+// On both transports: the error line names the request the service could not answer, a get from
+// the same owner has the service's reply (success, nothing read) and the record why, and another
+// program's copy cannot be made up on a real clipboard.
 TEST_F(X11Host, AStalledOwnerGivesErrorLinesNamingTheRequestAndDiagnosticsSayWhy) {
   auto owner = xclipOwner("soon stalled");
   ASSERT_EQ(::kill(owner->pid(), SIGSTOP), 0);
-  ChildProcess host({CLIPBOARD_HOST_PATH, "--backend", "x11", "--display", display_,
-                     "--x11-timeouts", "300,300,1000", "--manager-handover", "0", "--diagnostics"});
-  host.writeLine(R"({"kind":"flavors","request":{"requestid":"f1","uid":"ui"}})");
-  auto line = host.readLine(std::chrono::seconds(10));
-  ASSERT_TRUE(line.has_value()) << host.errorText();
-  EXPECT_EQ(
-      line->rfind(
-          R"({"type":"error","line":1,"kind":"flavors","requestid":"f1","uid":"ui","error":")", 0),
-      0u)
-      << *line;
-  EXPECT_NE(line->find("did not answer within 300 ms"), std::string::npos) << *line;
-
-  // A get from the same owner: the service's reply (success, nothing read) and the record why.
-  host.writeLine(
-      R"({"kind":"get","request":{"requestid":"g1","uid":"ui","flavors":["text/plain"]}})");
-  line = host.readLine(std::chrono::seconds(10));
-  ASSERT_TRUE(line.has_value()) << host.errorText();
-  EXPECT_EQ(
-      *line,
-      R"({"type":"reply","kind":"get","uid":"ui","reply":{"clipboardItems":{},"requestid":"g1","success":true},"log":["getClipboardDataSync threw an exception for mime Type: text/plain"]})");
-
-  host.closeInput();
-  EXPECT_EQ(host.wait(std::chrono::seconds(5)), 0);
-  owner->terminate();
+  host_test::Transcript const stalled{
+      "AStalledOwner",
+      {"--backend", "x11", "--display", display_, "--x11-timeouts", "300,300,1000",
+       "--manager-handover", "0", "--diagnostics"},
+      {R"({"kind":"flavors","request":{"requestid":"f1","uid":"ui"}})",
+       R"({"kind":"get","request":{"requestid":"g1","uid":"ui","flavors":["text/plain"]}})",
+       R"({"kind":"external","items":[{"mimeType":"text/plain","text":"x"}]})"},
+      {R"({"type":"error","line":1,"kind":"flavors","requestid":"f1","uid":"ui","error":"*did not answer within 300 ms*)",
+       R"({"type":"reply","kind":"get","uid":"ui","reply":{"clipboardItems":{},"requestid":"g1","success":true},"log":["getClipboardDataSync threw an exception for mime Type: text/plain"]})",
+       R"({"type":"error","line":3,"error":"\"external\" needs the memory backend"})"}};
+  for (auto transport : {host_test::Transport::pipe, host_test::Transport::websocket}) {
+    host_test::runTranscript(stalled, transport);
+  }
 }
 
 TEST_F(X11Host, ADisplayThatCannotBeOpenedIsNamed) {
-  ChildProcess host({CLIPBOARD_HOST_PATH, "--backend", "x11", "--display", ":65000"});
-  EXPECT_EQ(host.wait(), 1);
-  EXPECT_NE(host.errorText().find("\":65000\""), std::string::npos) << host.errorText();
-  ChildProcess unset({CLIPBOARD_HOST_PATH, "--backend", "x11"}, {"DISPLAY"});
-  EXPECT_EQ(unset.wait(), 1);
-  EXPECT_NE(unset.errorText().find("DISPLAY is not set"), std::string::npos) << unset.errorText();
+  auto host = host_test::startHost({"--backend", "x11", "--display", ":65000"});
+  EXPECT_EQ(host->finish(), 1);
+  EXPECT_NE(host->errorText().find("\":65000\""), std::string::npos) << host->errorText();
+  auto unset = host_test::startHost({"--backend", "x11"}, {"DISPLAY"});
+  EXPECT_EQ(unset->finish(), 1);
+  EXPECT_NE(unset->errorText().find("DISPLAY is not set"), std::string::npos) << unset->errorText();
 }
 
 }  // namespace

@@ -1,11 +1,5 @@
 // clipboard-host on Wayland: which backend --backend auto takes in each situation, and a session
 // through a kept-open pipe against headless sway with wl-copy and wl-paste.
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -17,33 +11,7 @@ namespace {
 
 using namespace wayland_test;
 
-// An Xvfb on a free display, found by -displayfd.
-class Xvfb {
- public:
-  Xvfb() {
-    auto const out = dir_.path() + "/display";
-    process_ = std::make_unique<Process>(
-        std::vector<std::string>{"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset",
-                                 "-screen", "0", "320x200x24"},
-        std::vector<std::string>{}, Process::Io{"/dev/null", out});
-    auto const end = std::chrono::steady_clock::now() + 10s;
-    while (std::chrono::steady_clock::now() < end) {
-      auto const text = readFile(out);
-      if (!text.empty() && text.back() == '\n') {
-        display_ = ":" + text.substr(0, text.size() - 1);
-        return;
-      }
-      std::this_thread::sleep_for(10ms);
-    }
-    throw std::runtime_error("Xvfb did not start");
-  }
-  std::string const& display() const { return display_; }
-
- private:
-  TempDir dir_;
-  std::unique_ptr<Process> process_;
-  std::string display_;
-};
+using test_support::Xvfb;
 
 struct HostRun {
   int status = -1;
@@ -120,73 +88,33 @@ INSTANTIATE_TEST_SUITE_P(
 // The host with pipes kept open, as a front end drives it: each reply awaited.
 class HostPipe {
  public:
-  HostPipe(std::vector<std::string> const& args, std::string const& waylandDisplay) {
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
-      throw std::runtime_error("pipe failed");
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::dup2(in[0], 0);
-      ::dup2(out[1], 1);
-      ::setenv("WAYLAND_DISPLAY", waylandDisplay.c_str(), 1);
-      ::unsetenv("DISPLAY");
-      std::vector<char*> argv;
-      argv.push_back(const_cast<char*>(CLIPBOARD_HOST_PATH));
-      for (auto const& a : args)
-        argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      ::execv(CLIPBOARD_HOST_PATH, argv.data());
-      _exit(127);
-    }
-    ::close(in[0]);
-    ::close(out[1]);
-    toHost_ = in[1];
-    fromHost_ = out[0];
-  }
-  ~HostPipe() {
-    if (toHost_ >= 0)
-      ::close(toHost_);
-    int status = 0;
-    for (int i = 0; i < 500 && ::waitpid(pid_, &status, WNOHANG) == 0; ++i)
-      std::this_thread::sleep_for(10ms);
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, &status, 0);
-    ::close(fromHost_);
-  }
+  HostPipe(std::vector<std::string> const& args, std::string const& waylandDisplay)
+      : host_(spec(args, waylandDisplay)) {}
   // Sends one line and returns the next output line that contains `marker`.
   std::string send(std::string const& line, std::string const& marker) {
-    std::string const data = line + "\n";
-    if (::write(toHost_, data.data(), data.size()) != static_cast<ssize_t>(data.size()))
+    if (!host_.writeLine(line))
       return {};
     auto const end = std::chrono::steady_clock::now() + 20s;
-    for (;;) {
-      auto const newline = buffer_.find('\n');
-      if (newline != std::string::npos) {
-        auto out = buffer_.substr(0, newline);
-        buffer_.erase(0, newline + 1);
-        if (out.find(marker) != std::string::npos)
-          return out;
-        continue;
-      }
-      pollfd pfd{fromHost_, POLLIN, 0};
-      if (std::chrono::steady_clock::now() > end || ::poll(&pfd, 1, 1000) < 0)
-        return {};
-      if ((pfd.revents & (POLLIN | POLLHUP)) != 0) {
-        char chunk[65536];
-        auto const n = ::read(fromHost_, chunk, sizeof chunk);
-        if (n <= 0)
-          return {};
-        buffer_.append(chunk, static_cast<std::size_t>(n));
-      }
+    while (auto out = host_.readLine(std::chrono::duration_cast<std::chrono::milliseconds>(
+               end - std::chrono::steady_clock::now()))) {
+      if (out->find(marker) != std::string::npos)
+        return *out;
     }
+    return {};
   }
 
  private:
-  pid_t pid_ = -1;
-  int toHost_ = -1;
-  int fromHost_ = -1;
-  std::string buffer_;
+  static test_support::ProcessSpec spec(std::vector<std::string> const& args,
+                                        std::string const& waylandDisplay) {
+    test_support::ProcessSpec spec;
+    spec.argv = {CLIPBOARD_HOST_PATH};
+    spec.argv.insert(spec.argv.end(), args.begin(), args.end());
+    spec.env = {"WAYLAND_DISPLAY=" + waylandDisplay, "DISPLAY"};
+    spec.err = test_support::Stream::null();
+    return spec;
+  }
+
+  test_support::Process host_;
 };
 
 TEST(HostOnSway, ServesWlPasteAndReadsWlCopy) {

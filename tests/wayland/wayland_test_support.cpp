@@ -1,15 +1,11 @@
 #include "wayland_test_support.hpp"
-#include "support/child_wait.hpp"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -26,11 +22,8 @@
 #include "platform/event.hpp"
 #include "platform/graphics.hpp"
 
-extern char** environ;
-
 namespace wayland_test {
 
-using test_support::waitForExit;
 namespace {
 
 std::string findProgram(std::string const& name) {
@@ -50,59 +43,9 @@ std::string findProgram(std::string const& name) {
 
 // Our environment without the display variables, plus `extra`.
 std::vector<std::string> childEnvironment(std::vector<std::string> const& extra) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "WAYLAND_DISPLAY=", 16) != 0 && std::strncmp(*e, "DISPLAY=", 8) != 0)
-      env.emplace_back(*e);
-  }
+  std::vector<std::string> env = {"WAYLAND_DISPLAY", "DISPLAY"};
   env.insert(env.end(), extra.begin(), extra.end());
   return env;
-}
-
-// fork + exec, the child in its own process group and killed if we die first.
-pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const& env,
-            std::vector<std::pair<int, int>> const& fds,
-            std::optional<std::pair<uid_t, gid_t>> const& user = std::nullopt) {
-  std::string const program = findProgram(argv.at(0));
-  if (program.empty())
-    throw std::runtime_error("program not found: " + argv.at(0));
-  std::vector<char*> args;
-  for (auto const& a : argv)
-    args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  std::vector<char*> envp;
-  for (auto const& e : env)
-    envp.push_back(const_cast<char*>(e.c_str()));
-  envp.push_back(nullptr);
-  pid_t const parent = ::getpid();
-  pid_t const pid = ::fork();
-  if (pid < 0)
-    throw std::runtime_error("fork failed");
-  if (pid == 0) {
-    ::setpgid(0, 0);
-    if (user && (::setgroups(0, nullptr) != 0 ||
-                 ::setresgid(user->second, user->second, user->second) != 0 ||
-                 ::setresuid(user->first, user->first, user->first) != 0))
-      _exit(126);
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent)
-      _exit(127);
-    for (auto const& [child, ours] : fds) {
-      if (::dup2(ours, child) < 0)
-        _exit(127);
-    }
-    ::execve(program.c_str(), args.data(), envp.data());
-    _exit(127);
-  }
-  ::setpgid(pid, pid);
-  return pid;
-}
-
-int openOrThrow(std::string const& path, int flags) {
-  int const fd = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
-  if (fd < 0)
-    throw std::runtime_error("cannot open " + path);
-  return fd;
 }
 
 // Whether a server listens on the socket yet: the file appears at bind(), before listen().
@@ -140,51 +83,13 @@ std::string waitForSocket(std::string const& dir, Process& process,
 }  // namespace
 
 Process::Process(std::vector<std::string> const& argv, std::vector<std::string> const& env,
-                 Io const& io) {
-  int const in = openOrThrow(io.stdinPath, O_RDONLY);
-  int const out = openOrThrow(io.outputPath, O_WRONLY | O_CREAT | O_TRUNC);
-  int const err = openOrThrow(io.errorPath, O_WRONLY | O_CREAT | O_APPEND);
-  try {
-    pid_ = spawn(argv, childEnvironment(env), {{0, in}, {1, out}, {2, err}}, io.user);
-  } catch (...) {
-    ::close(in);
-    ::close(out);
-    ::close(err);
-    throw;
-  }
-  ::close(in);
-  ::close(out);
-  ::close(err);
-}
+                 Io const& io)
+    : test_support::Process({argv, childEnvironment(env), test_support::Stream::file(io.stdinPath),
+                             test_support::Stream::file(io.outputPath),
+                             test_support::Stream::file(io.errorPath), io.user}) {}
 
 Process::~Process() {
   stop();
-}
-
-void Process::signalGroup(int sig) const {
-  if (!status_)
-    ::kill(-pid_, sig);
-}
-
-std::optional<int> Process::wait(std::chrono::milliseconds timeout) {
-  if (!status_)
-    status_ = waitForExit(pid_, timeout);
-  return status_;
-}
-
-void Process::stop() {
-  if (status_) {
-    ::kill(-pid_, SIGKILL);  // helpers the child left in its group
-    return;
-  }
-  ::kill(-pid_, SIGCONT);
-  ::kill(pid_, SIGTERM);
-  if (!waitForExit(pid_, 3000ms)) {
-    ::kill(-pid_, SIGKILL);
-    waitForExit(pid_, 5000ms);
-  }
-  ::kill(-pid_, SIGKILL);
-  status_ = -1;
 }
 
 Sway::Sway() {

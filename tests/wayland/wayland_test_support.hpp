@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/wayland/wayland_clipboard.hpp"
+#include "support/process.hpp"
 #include "support/temp_dir.hpp"
 
 namespace wayland_test {
@@ -26,7 +27,7 @@ using test_support::TempDir;
 
 // A child process in a process group of its own; the group is stopped (SIGCONT, SIGTERM, then
 // SIGKILL) and the child reaped when destroyed. `env` entries are added to ours ("NAME=value").
-class Process {
+class Process : public test_support::Process {
  public:
   struct Io {
     Io() = default;
@@ -39,23 +40,12 @@ class Process {
     std::string stdinPath = "/dev/null";
     std::string outputPath = "/dev/null";  // stdout
     std::string errorPath = "/dev/null";   // stderr
-    // Run as this user and group (we are root): dropped in the child itself, before the
-    // parent-death signal is armed, because a change of credentials clears that signal.
+    // Run as this user and group (when we are root).
     std::optional<std::pair<uid_t, gid_t>> user;
   };
   Process(std::vector<std::string> const& argv, std::vector<std::string> const& env, Io const& io);
   ~Process();
-  Process(Process const&) = delete;
-  Process& operator=(Process const&) = delete;
-
-  pid_t pid() const { return pid_; }
-  void signalGroup(int sig) const;
-  std::optional<int> wait(std::chrono::milliseconds timeout);
-  void stop();
-
- private:
-  pid_t pid_ = -1;
-  std::optional<int> status_;
+  void stop() { test_support::Process::stop(3000ms); }
 };
 
 // A compositor for one test; destroyed, it ends by its PID.

@@ -1,12 +1,6 @@
 #include "x11_test_support.hpp"
-#include "support/child_wait.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <xcb/xcb.h>
 
 #include <gtest/gtest.h>
@@ -21,11 +15,8 @@
 
 #include "platform/graphics.hpp"
 
-extern char** environ;
-
 namespace x11_test {
 
-using test_support::waitForExit;
 namespace {
 
 template <class T>
@@ -36,80 +27,6 @@ struct Freed {
   T* operator->() const { return p; }
   explicit operator bool() const { return p != nullptr; }
 };
-
-std::string findProgram(std::string const& name) {
-  if (name.find('/') != std::string::npos)
-    return name;
-  char const* path = std::getenv("PATH");
-  std::string dirs = path ? path : "/usr/bin:/bin";
-  std::size_t start = 0;
-  while (start <= dirs.size()) {
-    auto const end = dirs.find(':', start);
-    auto const dir = dirs.substr(start, end == std::string::npos ? std::string::npos : end - start);
-    auto const candidate = (dir.empty() ? "." : dir) + "/" + name;
-    if (::access(candidate.c_str(), X_OK) == 0)
-      return candidate;
-    if (end == std::string::npos)
-      break;
-    start = end + 1;
-  }
-  throw std::runtime_error("program not found: " + name);
-}
-
-// fork + exec, with the child in its own process group and killed if we die first, so that a
-// crashing test leaves nothing behind. `fds` maps child descriptors to ours.
-pid_t spawn(std::vector<std::string> const& argv, std::vector<std::string> const& env,
-            std::vector<std::pair<int, int>> const& fds) {
-  std::string const program = findProgram(argv.at(0));
-  std::vector<char*> args;
-  for (auto const& a : argv)
-    args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  std::vector<char*> envp;
-  for (auto const& e : env)
-    envp.push_back(const_cast<char*>(e.c_str()));
-  envp.push_back(nullptr);
-  pid_t const parent = ::getpid();
-  pid_t const pid = ::fork();
-  if (pid < 0)
-    throw std::runtime_error("fork failed");
-  if (pid == 0) {
-    ::setpgid(0, 0);
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent)
-      _exit(127);
-    for (auto const& [child, ours] : fds) {
-      if (child == ours) {
-        ::fcntl(ours, F_SETFD, 0);
-      } else if (::dup2(ours, child) < 0) {
-        _exit(127);
-      }
-    }
-    ::execve(program.c_str(), args.data(), envp.data());
-    _exit(127);
-  }
-  return pid;
-}
-
-std::vector<std::string> childEnvironment(std::string const& display) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "DISPLAY=", 8) != 0)
-      env.emplace_back(*e);
-  }
-  if (!display.empty())
-    env.push_back("DISPLAY=" + display);
-  return env;
-}
-
-void terminate(pid_t pid) {
-  ::kill(pid, SIGCONT);
-  ::kill(pid, SIGTERM);
-  if (!waitForExit(pid, 1000ms)) {
-    ::kill(pid, SIGKILL);
-    waitForExit(pid, 5000ms);
-  }
-}
 
 std::unique_ptr<XServer> g_xvfb;
 std::mutex g_xvfbMutex;
@@ -135,95 +52,13 @@ std::string const& display() {
   return g_xvfb->display();
 }
 
-XServer::XServer() {
-  int fds[2];
-  if (::pipe(fds) != 0)
-    throw std::runtime_error("pipe failed");
-  int const devnull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-  pid_ = spawn(
-      {"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-noreset", "-screen", "0", "640x480x24"},
-      childEnvironment(""), {{0, devnull}, {1, devnull}, {2, devnull}, {3, fds[1]}});
-  ::close(devnull);
-  ::close(fds[1]);
-  std::string number;
-  auto const end = std::chrono::steady_clock::now() + 10s;
-  while (number.empty() || number.back() != '\n') {
-    pollfd pfd{fds[0], POLLIN, 0};
-    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        end - std::chrono::steady_clock::now());
-    if (left.count() <= 0 || ::poll(&pfd, 1, static_cast<int>(left.count())) <= 0)
-      break;
-    char buffer[16];
-    auto const got = ::read(fds[0], buffer, sizeof buffer);
-    if (got <= 0)
-      break;
-    number.append(buffer, static_cast<std::size_t>(got));
-  }
-  ::close(fds[0]);
-  if (number.empty() || number.back() != '\n') {
-    terminate(pid_);
-    throw std::runtime_error("Xvfb did not start");
-  }
-  number.pop_back();
-  display_ = ":" + number;
-}
-
-XServer::~XServer() {
-  kill();
-}
-
-void XServer::kill() {
-  if (pid_ > 0)
-    terminate(pid_);
-  pid_ = -1;
-}
-
-Process::Process(std::vector<std::string> const& argv, Io const& io) {
-  int const in = ::open(io.stdinPath.c_str(), O_RDONLY | O_CLOEXEC);
-  int const out = ::open(io.outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (in < 0 || out < 0) {
-    if (in >= 0)
-      ::close(in);
-    if (out >= 0)
-      ::close(out);
-    throw std::runtime_error("cannot open the files of " + argv.at(0));
-  }
-  pid_ = spawn(argv, childEnvironment(display()), {{0, in}, {1, out}, {2, out}});
-  ::close(in);
-  ::close(out);
-}
-
-Process::~Process() {
-  stop();
-}
-
-void Process::signal(int sig) const {
-  ::kill(pid_, sig);
-}
-
-std::optional<int> Process::wait(std::chrono::milliseconds timeout) {
-  if (!status_)
-    status_ = waitForExit(pid_, timeout);
-  return status_;
-}
-
-void Process::stopGroup() {
-  ::kill(-pid_, SIGCONT);
-  ::kill(-pid_, SIGTERM);
-  stop();
-  // Members the leader did not wait for (daemons a session started) get a moment, then SIGKILL.
-  auto const end = std::chrono::steady_clock::now() + 1000ms;
-  while (::kill(-pid_, 0) == 0 && std::chrono::steady_clock::now() < end)
-    std::this_thread::sleep_for(10ms);
-  ::kill(-pid_, SIGKILL);
-}
-
-void Process::stop() {
-  if (status_)
-    return;
-  terminate(pid_);
-  status_ = -1;
-}
+Process::Process(std::vector<std::string> const& argv, Io const& io)
+    : test_support::Process({argv,
+                             {"DISPLAY=" + display()},
+                             test_support::Stream::file(io.stdinPath),
+                             test_support::Stream::file(io.outputPath),
+                             test_support::Stream::output(),
+                             std::nullopt}) {}
 
 RunResult run(std::vector<std::string> const& argv, std::string const& stdinPath,
               std::chrono::seconds limit) {

@@ -18,6 +18,7 @@
 #include "platform/event.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/x11/x11_clipboard.hpp"
+#include "support/process.hpp"
 #include "support/temp_dir.hpp"
 
 struct xcb_connection_t;
@@ -30,47 +31,20 @@ using namespace std::chrono_literals;
 std::string const& display();
 
 // An Xvfb of its own, for a test that takes the server away.
-class XServer {
- public:
-  XServer();
-  ~XServer();
-  XServer(XServer const&) = delete;
-  XServer& operator=(XServer const&) = delete;
-  std::string const& display() const { return display_; }
-  void kill();
-
- private:
-  pid_t pid_ = -1;
-  std::string display_;
-};
+using XServer = test_support::Xvfb;
 
 using test_support::readFile;
 using test_support::TempDir;
 
 // A child process in a process group of its own, with DISPLAY set to ours; stopped (SIGCONT,
 // SIGTERM, then SIGKILL after a second) and reaped when destroyed.
-class Process {
+class Process : public test_support::Process {
  public:
   struct Io {
     std::string stdinPath = "/dev/null";
     std::string outputPath = "/dev/null";  // stdout and stderr
   };
   Process(std::vector<std::string> const& argv, Io const& io);
-  ~Process();
-  Process(Process const&) = delete;
-  Process& operator=(Process const&) = delete;
-
-  pid_t pid() const { return pid_; }
-  void signal(int sig) const;
-  // The exit status once the process has ended, within `timeout`.
-  std::optional<int> wait(std::chrono::milliseconds timeout);
-  void stop();
-  // Stops the whole process group (what the process started, such as a D-Bus session, too).
-  void stopGroup();
-
- private:
-  pid_t pid_ = -1;
-  std::optional<int> status_;
 };
 
 struct RunResult {
