@@ -42,8 +42,9 @@ EditorServices::ClipboardVocabulary loadVocabulary(std::string const& path) {
       continue;
     }
     auto const& texts = EditorServices::vocabularyTexts();
+    std::string const& member = name;  // a structured binding cannot be captured in C++17
     auto const text =
-        std::find_if(texts.begin(), texts.end(), [&](auto const& t) { return name == t.name; });
+        std::find_if(texts.begin(), texts.end(), [&](auto const& t) { return member == t.name; });
     if (text == texts.end()) {
       throw std::runtime_error(path + ": unknown vocabulary member \"" + name + "\"");
     }
