@@ -88,7 +88,8 @@ void Listener::runUntilSignal(std::function<void()> const& ready) {
   asio::signal_set signals(ioc_, SIGINT, SIGTERM);
   signals.async_wait([this](boost::system::error_code, int) {
     stopping_ = true;
-    acceptor_.close();
+    // The acceptor belongs to its strand: the accept loop may be starting its next wait.
+    asio::post(acceptor_.get_executor(), [this] { acceptor_.close(); });
     std::vector<std::shared_ptr<HttpSession>> sessions;
     {
       std::lock_guard<std::mutex> lock(mutex_);

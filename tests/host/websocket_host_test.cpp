@@ -210,7 +210,7 @@ TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedAndEndedOnesForgotten) {
   WebHost host({"--max-connections", "2"});
   asio::io_context ioc;
   auto kept = connectTo(ioc, host);
-  std::size_t before = 0;
+  [[maybe_unused]] std::size_t before = 0;
   for (int i = 0; i < 22; ++i) {
     if (i == 2) {
       before = mappings(host.process().pid());
@@ -236,7 +236,10 @@ TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedAndEndedOnesForgotten) {
     ws->close(websocket::close_code::normal);
   }
   EXPECT_NE(roundTrip(*kept, kFlavors).find(R"("success":true)"), std::string::npos);
+#ifndef __SANITIZE_THREAD__  // ThreadSanitizer maps a trace per thread ever started; it reports
+                             // an unjoined thread itself, and the host's exit status shows it
   EXPECT_LT(mappings(host.process().pid()), before + 10);
+#endif
 }
 
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
@@ -361,7 +364,7 @@ TEST_P(WebSocketHostStart, TokenFilesAndListenAddresses) {
   if (host.listening()) {
     EXPECT_NE(host.firstErrorLine().find("/?token=Abcdefghij0123456789._~-"), std::string::npos)
         << host.firstErrorLine();
-    EXPECT_EQ(host.stop(), GetParam().status);
+    EXPECT_EQ(host.stop(), GetParam().status) << host.laterErrorText();
   } else {
     EXPECT_EQ(host.process().finish(), GetParam().status) << host.firstErrorLine();
   }
