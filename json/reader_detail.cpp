@@ -26,7 +26,7 @@ bool is_low_surrogate(char16_t u) {
 
 void append_code_point(std::string& out, char32_t cp) {
   char bytes[4];
-  out.append(bytes, fl::i18n::utf8::encode(cp, bytes));
+  out.append(bytes, static_cast<std::size_t>(fl::i18n::utf8::encode(cp, bytes) - bytes));
 }
 
 void append_unit(std::string& out, char16_t unit) {

@@ -112,6 +112,19 @@ inline char16_t* put_utf16(char32_t cp, char16_t* out) {
   return out + 2;
 }
 
+// The wide blocks' widening of a run of ASCII, with both cursors handed back by value: taking
+// the address of one in the loop below would cost that loop its registers.
+struct Cursors {
+  unsigned char const* in;
+  char16_t* out;
+};
+
+[[gnu::noinline]] Cursors widen_ascii(unsigned char const* p, unsigned char const* end,
+                                      char16_t* out) {
+  p = simd::ascii_to_utf16_avx512(p, end, out);
+  return {p, out};
+}
+
 // Writes the UTF-16 form of [p, end) and returns the end of what was written. No input byte
 // yields more than one unit (a four-byte sequence gives two), so `out` needs room for
 // end - p units; the block copies below write ahead into that room.
@@ -130,9 +143,9 @@ char16_t* utf8_to_utf16(unsigned char const* p, unsigned char const* end, char16
       p += 16;
       out += 16;
       if (end - p <= wide_when_left) {
-        char16_t* wide_out = out;  // a copy, so that `out` itself can stay in a register
-        p = simd::ascii_to_utf16_avx512(p, end, wide_out);
-        out = wide_out;
+        Cursors const after = widen_ascii(p, end, out);
+        p = after.in;
+        out = after.out;
       }
       continue;
     }

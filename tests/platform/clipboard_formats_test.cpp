@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/formats/clipboard_formats.hpp"
-#include "platform/i18n.hpp"
 
 namespace {
 
@@ -154,85 +153,6 @@ INSTANTIATE_TEST_SUITE_P(
         EncodeCase{"text/html;charset=utf-16be", u"hi", std::string("\0h\0i", 4), u"hi"},
         EncodeCase{"text/html;charset=latin1", u"\u00e9\u2603", "\xE9?", u"\u00e9?"},
         EncodeCase{"text/html;charset=koi8-r", u"\u00e9", "\xC3\xA9", std::nullopt}));
-
-struct Utf8Case {
-  std::string bytes;
-  bool valid;
-};
-
-class Utf8Validation : public ::testing::TestWithParam<Utf8Case> {};
-
-TEST_P(Utf8Validation, MatchesTheStandard) {
-  EXPECT_EQ(fl::i18n::is_valid_utf8(GetParam().bytes), GetParam().valid);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, Utf8Validation,
-    ::testing::Values(Utf8Case{"", true}, Utf8Case{"plain ascii long enough for words", true},
-                      Utf8Case{"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", true},
-                      Utf8Case{"0123456789abcdef\xC3", false},  // truncated after a fast run
-                      Utf8Case{"\xC0\xAF", false},              // overlong
-                      Utf8Case{"\xED\xA0\x80", false},          // surrogate
-                      Utf8Case{"\xF4\x90\x80\x80", false},      // above U+10FFFF
-                      Utf8Case{"\x80", false}, Utf8Case{"\xE2\x28\xA1", false}));
-
-class StreamedUtf8 : public ::testing::TestWithParam<std::string> {};
-
-// Whatever the pieces, the streamed decoding equals the library's one-shot conversion.
-TEST_P(StreamedUtf8, MatchesTheOneShotConversionAtEverySplit) {
-  std::string const& bytes = GetParam();
-  auto const whole = fl::i18n::to_ustring(bytes);
-  for (std::size_t a = 0; a <= bytes.size(); ++a) {
-    for (std::size_t b = a; b <= bytes.size(); ++b) {
-      Utf8Decoder decoder;
-      std::u16string out;
-      decoder.feed(std::string_view(bytes).substr(0, a), out);
-      decoder.feed(std::string_view(bytes).substr(a, b - a), out);
-      decoder.feed(std::string_view(bytes).substr(b), out);
-      decoder.finish(out);
-      ASSERT_EQ(out, whole) << "split at " << a << " and " << b;
-    }
-  }
-}
-
-// Runs long enough to be stored around the cache, starting at each alignment of the output,
-// broken by characters of each length and a cut sequence.
-TEST(StreamedUtf8LongRuns, MatchTheOneShotConversionAtEveryAlignment) {
-  for (std::size_t head = 0; head < 34; ++head) {
-    std::string const bytes = std::string(head, 'x') + "\xC3\xA9" + std::string(300000, 'a') +
-                              "\xF0\x9F\x98\x80" + std::string(300001, 'b') + "\xE2\x98\x83" +
-                              std::string(262144, 'c') + "\xC3" + std::string(70, 'd');
-    Utf8Decoder decoder;
-    std::u16string out;
-    decoder.feed(std::string_view(bytes).substr(0, 400000 + head), out);
-    decoder.feed(std::string_view(bytes).substr(400000 + head), out);
-    decoder.finish(out);
-    ASSERT_EQ(out, fl::i18n::to_ustring(bytes)) << "after " << head << " leading bytes";
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, StreamedUtf8,
-    ::testing::Values("", "ascii only, longer than eight bytes",
-                      "caf\xC3\xA9 \xE2\x98\x83 \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF", "\xC3",
-                      "\xE2\x98", "\xF0\x9F\x98",                  // cut short
-                      "\xC3(\xE2\x98x\xF0\x9F\x98y",               // cut short, then more
-                      "\x80\xBF\xFE\xFF\xC0\xAF\xC1\xBF",          // never valid
-                      "\xE0\x80\xAF\xED\xA0\x80\xF4\x90\x80\x80",  // overlong, surrogate, too big
-                      "\xF0\x80\x80\x80"
-                      "abcdefgh\xE0\xA0\x80",
-                      // Runs of sixteen and more, broken at each place of a wide block.
-                      "0123456789abcdefghijklmnopqrstuv\xC3\xA9wxyz0123456789ABCDEF",
-                      "0123456789abcde\xE2\x98\x83"
-                      "0123456789abcdef0123456789abcdef!",
-                      "0123456789abcdef\xF0\x9F\x98\x80"
-                      "0123456789abcdef\x80"
-                      "0123456789abcdef",
-                      // Runs of 32 and more (the widest blocks), broken just before, at and
-                      // after their ends.
-                      std::string(31, 'a') + "\xC3\xA9" + std::string(32, 'b') + "\xE2\x98\x83" +
-                          std::string(65, 'c') + "\xF0\x9F\x98\x80" + std::string(33, 'd') +
-                          "\xFF" + std::string(64, 'e')));
 
 TEST(Latin1, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
   EXPECT_EQ(utf16ToLatin1(u"caf\u00e9 \u2603 \U0001F600!"), "caf\xE9 ? ?!");

@@ -1,16 +1,23 @@
-// fl::i18n: UTF-8 <-> UTF-16 over all of Unicode, and what malformed input turns into.
+// fl::i18n: UTF-8 <-> UTF-16 over all of Unicode, and what malformed input turns into through
+// every entry point of the UTF-8 core, the JSON writer's included.
 #include "platform/i18n.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "json/value.hpp"
+#include "json/writer.hpp"
 
 namespace {
 
 using fl::i18n::to_ustring;
 using fl::i18n::ustring_to_utf8;
+using fl::i18n::Utf8Decoder;
 
 // Textbook encodings of one scalar value, to build expectations independently of the
 // converters' block-wise code.
@@ -40,6 +47,22 @@ std::u16string utf16_of(char32_t cp) {
   }
   cp -= 0x10000;
   return {static_cast<char16_t>(0xD800 + (cp >> 10)), static_cast<char16_t>(0xDC00 + (cp & 0x3FF))};
+}
+
+std::string utf8_of(std::u32string const& text) {
+  std::string out;
+  for (char32_t cp : text) {
+    out += utf8_of(cp);
+  }
+  return out;
+}
+
+std::u16string utf16_of(std::u32string const& text) {
+  std::u16string out;
+  for (char32_t cp : text) {
+    out += utf16_of(cp);
+  }
+  return out;
 }
 
 // ---- Well-formed text, encoded by the compiler ----
@@ -104,97 +127,129 @@ TEST_P(Utf8Utf16Plane, EveryScalarValueRoundTrips) {
 
 INSTANTIATE_TEST_SUITE_P(AllPlanes, Utf8Utf16Plane, testing::Range(0, 17));
 
-// The edges of each encoding length and of the surrogate ranges, with fixed expected forms.
-struct Edge {
-  char32_t cp;
-  std::string utf8;
-  std::u16string utf16;
-};
+// ---- One table for every entry point of the UTF-8 core ----
 
-class Utf8Utf16Edge : public testing::TestWithParam<Edge> {};
-
-TEST_P(Utf8Utf16Edge, EncodesAsExpected) {
-  Edge const& edge = GetParam();
-  for (std::size_t prefix : {0u, 1u, 7u, 15u, 16u, 17u}) {
-    SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
-    std::string const utf8 = std::string(prefix, 'p') + edge.utf8 + "tail";
-    std::u16string const utf16 = std::u16string(prefix, u'p') + edge.utf16 + u"tail";
-    EXPECT_EQ(to_ustring(utf8), utf16);
-    EXPECT_EQ(ustring_to_utf8(utf16), utf8);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Boundaries, Utf8Utf16Edge,
-    testing::Values(Edge{0x0000, std::string(1, '\0'), std::u16string(1, u'\0')},
-                    Edge{0x007F, "\x7F", u"\u007F"}, Edge{0x0080, "\xC2\x80", u"\u0080"},
-                    Edge{0x07FF, "\xDF\xBF", u"\u07FF"}, Edge{0x0800, "\xE0\xA0\x80", u"\u0800"},
-                    Edge{0xD7FF, "\xED\x9F\xBF", u"\uD7FF"},
-                    Edge{0xE000, "\xEE\x80\x80", u"\uE000"},
-                    Edge{0xFFFD, "\xEF\xBF\xBD", u"\uFFFD"},
-                    Edge{0xFFFF, "\xEF\xBF\xBF", u"\uFFFF"},
-                    Edge{0x10000, "\xF0\x90\x80\x80", {0xD800, 0xDC00}},
-                    Edge{0x103FF, "\xF0\x90\x8F\xBF", {0xD800, 0xDFFF}},
-                    Edge{0x10400, "\xF0\x90\x90\x80", {0xD801, 0xDC00}},
-                    Edge{0x10FC00, "\xF4\x8F\xB0\x80", {0xDBFF, 0xDC00}},
-                    Edge{0x10FFFF, "\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF}}));
-
-// ---- Malformed UTF-8: one U+FFFD per maximal invalid subpart ----
-
-struct BadUtf8 {
+// UTF-8 bytes and the characters they stand for: well-formed text at the edges of each length
+// and of the surrogate range, and malformed text with one U+FFFD per maximal invalid subpart.
+struct Utf8Case {
   char const* name;
   std::string input;
-  std::u16string expected;
+  std::u32string text;
 };
 
-class Utf8ToUtf16Malformed : public testing::TestWithParam<BadUtf8> {};
+constexpr char32_t kRep = 0xFFFD;
+// Long enough that the JSON writer's widest blocks run over the input too.
+constexpr char kTail[] = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 
-TEST_P(Utf8ToUtf16Malformed, ReplacesEachMaximalSubpart) {
-  BadUtf8 const& bad = GetParam();
-  // At every offset of a block, and with ASCII after it so a resumed fast path shows.
+class Utf8Core : public testing::TestWithParam<Utf8Case> {};
+
+// At every offset of a block, with and without text after it.
+TEST_P(Utf8Core, WholeStringDecode) {
+  Utf8Case const& c = GetParam();
   for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
     SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
-    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + bad.input + "0123456789abcdefgh"),
-              std::u16string(prefix, u'p') + bad.expected + u"0123456789abcdefgh");
-    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + bad.input),
-              std::u16string(prefix, u'p') + bad.expected);
+    std::u16string const head(prefix, u'p');
+    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + c.input), head + utf16_of(c.text));
+    EXPECT_EQ(to_ustring(std::string(prefix, 'p') + c.input + kTail),
+              head + utf16_of(c.text) + std::u16string(std::begin(kTail), std::end(kTail) - 1));
   }
 }
 
-constexpr char16_t kRep = 0xFFFD;
+// Fed in three pieces, cut at every two places, with and without text after it.
+TEST_P(Utf8Core, StreamingDecodeAtEverySplit) {
+  Utf8Case const& c = GetParam();
+  for (std::string const tail : {"", "gh"}) {
+    std::string const bytes = "0123456789abcdef" + c.input + tail;
+    std::u16string const expected =
+        u"0123456789abcdef" + utf16_of(c.text) + std::u16string(tail.begin(), tail.end());
+    for (std::size_t a = 0; a <= bytes.size(); ++a) {
+      for (std::size_t b = a; b <= bytes.size(); ++b) {
+        Utf8Decoder decoder;
+        std::u16string out;
+        decoder.feed(std::string_view(bytes).substr(0, a), out);
+        decoder.feed(std::string_view(bytes).substr(a, b - a), out);
+        decoder.feed(std::string_view(bytes).substr(b), out);
+        decoder.finish(out);
+        ASSERT_EQ(out, expected) << "split at " << a << " and " << b << " of " << bytes.size();
+      }
+    }
+  }
+}
+
+// Well-formed exactly when the characters give back the same bytes; those also convert back.
+TEST_P(Utf8Core, ValidationAndTheWayBack) {
+  Utf8Case const& c = GetParam();
+  bool const valid = utf8_of(c.text) == c.input;
+  for (std::size_t prefix = 0; prefix <= 17; ++prefix) {
+    std::string const head(prefix, 'p');
+    EXPECT_EQ(fl::i18n::is_valid_utf8(head + c.input), valid) << "ASCII prefix " << prefix;
+    EXPECT_EQ(fl::i18n::is_valid_utf8(head + c.input + kTail), valid) << "ASCII prefix " << prefix;
+  }
+  if (valid) {
+    EXPECT_EQ(ustring_to_utf8(utf16_of(c.text)), c.input);
+    EXPECT_EQ(ustring_to_utf8(utf16_of(c.text) + u"tail"), c.input + "tail");
+  }
+}
+
+// The JSON writer's string check, in keys and values, at every offset of its blocks.
+TEST_P(Utf8Core, SerializedString) {
+  namespace fj = foundation::json;
+  Utf8Case const& c = GetParam();
+  for (std::size_t prefix = 0; prefix <= 33; ++prefix) {
+    SCOPED_TRACE("ASCII prefix " + std::to_string(prefix));
+    for (std::string const tail : {"", kTail}) {
+      std::string const input = std::string(prefix, 'p') + c.input + tail;
+      std::string const text = std::string(prefix, 'p') + utf8_of(c.text) + tail;
+      EXPECT_EQ(fj::serialize(fj::Value(fj::Object{{input, fj::Value(input)}})),
+                "{\"" + text + "\":\"" + text + "\"}");
+    }
+  }
+}
 
 INSTANTIATE_TEST_SUITE_P(
-    Subparts, Utf8ToUtf16Malformed,
+    Table, Utf8Core,
     testing::Values(
-        BadUtf8{"LoneContinuation", "\x80", {kRep}}, BadUtf8{"LoneContinuationBF", "\xBF", {kRep}},
-        BadUtf8{"TwoContinuations", "\x80\xBF", {kRep, kRep}},
-        BadUtf8{"OverlongC0", "\xC0\xAF", {kRep, kRep}},
-        BadUtf8{"OverlongC1", "\xC1\xBF", {kRep, kRep}},
-        BadUtf8{"OverlongThreeByte", "\xE0\x80\xAF", {kRep, kRep, kRep}},
-        BadUtf8{"OverlongThreeByteTop", "\xE0\x9F\xBF", {kRep, kRep, kRep}},
-        BadUtf8{"OverlongFourByte", "\xF0\x80\x80\xAF", {kRep, kRep, kRep, kRep}},
-        BadUtf8{"OverlongFourByteTop", "\xF0\x8F\xBF\xBF", {kRep, kRep, kRep, kRep}},
-        BadUtf8{"SurrogateD800", "\xED\xA0\x80", {kRep, kRep, kRep}},
-        BadUtf8{"SurrogateDFFF", "\xED\xBF\xBF", {kRep, kRep, kRep}},
-        BadUtf8{"EncodedPair", "\xED\xA0\xBD\xED\xB8\x80", {kRep, kRep, kRep, kRep, kRep, kRep}},
-        BadUtf8{"Above10FFFF", "\xF4\x90\x80\x80", {kRep, kRep, kRep, kRep}},
-        BadUtf8{"LeadF5", "\xF5\x80\x80\x80", {kRep, kRep, kRep, kRep}},
-        BadUtf8{"LeadFE", "\xFE", {kRep}}, BadUtf8{"LeadFF", "\xFF", {kRep}},
-        BadUtf8{"TruncatedTwo", "\xC3", {kRep}}, BadUtf8{"TruncatedThree", "\xE2\x82", {kRep}},
-        BadUtf8{"TruncatedFour", "\xF0\x9F\x98", {kRep}},
-        BadUtf8{"TruncatedThenAscii",
-                "\xF0\x9F"
-                "a",
-                {kRep, u'a'}},
-        BadUtf8{"LeadThenLead", "\xC3\xC3\xA9", {kRep, 0x00E9}},
-        BadUtf8{"TruncatedThenChar", "\xE1\x80\xE2\x82\xAC", {kRep, 0x20AC}},
-        BadUtf8{"StandardExample",
-                "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
-                {u'a', kRep, kRep, kRep, u'b', kRep, u'c', kRep, kRep, u'd'}},
-        BadUtf8{"ValidAmongInvalid",
-                "\xC3\xA9\x80\xF0\x9F\x98\x80\xE0\x80",
-                {0x00E9, kRep, 0xD83D, 0xDE00, kRep, kRep}}),
-    [](testing::TestParamInfo<BadUtf8> const& info) { return info.param.name; });
+        Utf8Case{"Last1", "\x7F", {0x7F}}, Utf8Case{"First2", "\xC2\x80", {0x80}},
+        Utf8Case{"Last2", "\xDF\xBF", {0x7FF}}, Utf8Case{"First3", "\xE0\xA0\x80", {0x800}},
+        Utf8Case{"BelowSurrogates", "\xED\x9F\xBF", {0xD7FF}},
+        Utf8Case{"AboveSurrogates", "\xEE\x80\x80", {0xE000}},
+        Utf8Case{"Replacement", "\xEF\xBF\xBD", {0xFFFD}},
+        Utf8Case{"Last3", "\xEF\xBF\xBF", {0xFFFF}},
+        Utf8Case{"First4", "\xF0\x90\x80\x80", {0x10000}},
+        Utf8Case{"FirstLowSurrogateTop", "\xF0\x90\x8F\xBF", {0x103FF}},
+        Utf8Case{"SecondHighSurrogate", "\xF0\x90\x90\x80", {0x10400}},
+        Utf8Case{"LastHighSurrogate", "\xF4\x8F\xB0\x80", {0x10FC00}},
+        Utf8Case{"Last4", "\xF4\x8F\xBF\xBF", {0x10FFFF}},
+        Utf8Case{"LoneContinuation", "\x80", {kRep}},
+        Utf8Case{"LoneContinuationBF", "\xBF", {kRep}},
+        Utf8Case{"TwoContinuations", "\x80\xBF", {kRep, kRep}},
+        Utf8Case{"OverlongC0", "\xC0\xAF", {kRep, kRep}},
+        Utf8Case{"OverlongC1", "\xC1\xBF", {kRep, kRep}},
+        Utf8Case{"OverlongThreeByte", "\xE0\x80\xAF", {kRep, kRep, kRep}},
+        Utf8Case{"OverlongThreeByteTop", "\xE0\x9F\xBF", {kRep, kRep, kRep}},
+        Utf8Case{"OverlongFourByte", "\xF0\x80\x80\xAF", {kRep, kRep, kRep, kRep}},
+        Utf8Case{"OverlongFourByteTop", "\xF0\x8F\xBF\xBF", {kRep, kRep, kRep, kRep}},
+        Utf8Case{"SurrogateD800", "\xED\xA0\x80", {kRep, kRep, kRep}},
+        Utf8Case{"SurrogateDFFF", "\xED\xBF\xBF", {kRep, kRep, kRep}},
+        Utf8Case{"EncodedPair", "\xED\xA0\xBD\xED\xB8\x80", {kRep, kRep, kRep, kRep, kRep, kRep}},
+        Utf8Case{"Above10FFFF", "\xF4\x90\x80\x80", {kRep, kRep, kRep, kRep}},
+        Utf8Case{"LeadF5", "\xF5\x80\x80\x80", {kRep, kRep, kRep, kRep}},
+        Utf8Case{"LeadFE", "\xFE", {kRep}}, Utf8Case{"LeadFF", "\xFF", {kRep}},
+        Utf8Case{"TruncatedTwo", "\xC3", {kRep}}, Utf8Case{"TruncatedThree", "\xE2\x82", {kRep}},
+        Utf8Case{"TruncatedFour", "\xF0\x9F\x98", {kRep}},
+        Utf8Case{"TruncatedThenAscii",
+                 "\xF0\x9F"
+                 "a",
+                 {kRep, U'a'}},
+        Utf8Case{"LeadThenLead", "\xC3\xC3\xA9", {kRep, 0x00E9}},
+        Utf8Case{"TruncatedThenChar", "\xE1\x80\xE2\x82\xAC", {kRep, 0x20AC}},
+        Utf8Case{"StandardExample",
+                 "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+                 {U'a', kRep, kRep, kRep, U'b', kRep, U'c', kRep, kRep, U'd'}},
+        Utf8Case{"ValidAmongInvalid",
+                 "\xC3\xA9\x80\xF0\x9F\x98\x80\xE0\x80",
+                 {0x00E9, kRep, 0x1F600, kRep, kRep}}),
+    [](testing::TestParamInfo<Utf8Case> const& info) { return info.param.name; });
 
 // ---- Malformed UTF-16: every unpaired surrogate becomes U+FFFD ----
 
@@ -288,7 +343,7 @@ TEST(Utf8Utf16MixedText, LongTextMatchesPerCharacterEncoding) {
     } else if (r % 97 == 1) {
       utf8 += '\xF0';  // a lone lead byte
       clean_utf8 += "\xEF\xBF\xBD";
-      utf16 += kRep;
+      utf16 += static_cast<char16_t>(kRep);
     } else {
       std::size_t const run = (r >> 4) % 40;
       utf8.append(run, 'a');
@@ -299,6 +354,27 @@ TEST(Utf8Utf16MixedText, LongTextMatchesPerCharacterEncoding) {
   EXPECT_EQ(to_ustring(utf8), utf16);
   EXPECT_EQ(ustring_to_utf8(utf16), clean_utf8);
   EXPECT_EQ(ustring_to_utf8(to_ustring(utf8)), clean_utf8);
+}
+
+// Runs long enough for the wide blocks and their stores around the cache, at each alignment of
+// the output, broken by characters of each length and a cut sequence; whole and in two pieces.
+TEST(Utf8ToUtf16LongRuns, MatchAtEveryAlignment) {
+  for (std::size_t head = 0; head < 34; ++head) {
+    std::string const bytes = std::string(head, 'x') + "\xC3\xA9" + std::string(300000, 'a') +
+                              "\xF0\x9F\x98\x80" + std::string(300001, 'b') + "\xE2\x98\x83" +
+                              std::string(262144, 'c') + "\xC3" + std::string(70, 'd');
+    std::u16string const expected =
+        std::u16string(head, u'x') + u"\u00e9" + std::u16string(300000, u'a') + u"\U0001F600" +
+        std::u16string(300001, u'b') + u"\u2603" + std::u16string(262144, u'c') + u"\uFFFD" +
+        std::u16string(70, u'd');
+    ASSERT_EQ(to_ustring(bytes), expected) << "after " << head << " leading bytes";
+    Utf8Decoder decoder;
+    std::u16string out;
+    decoder.feed(std::string_view(bytes).substr(0, 400000 + head), out);
+    decoder.feed(std::string_view(bytes).substr(400000 + head), out);
+    decoder.finish(out);
+    ASSERT_EQ(out, expected) << "streamed, after " << head << " leading bytes";
+  }
 }
 
 // Long UTF-16 text of every density of non-ASCII units, with pairs and unpaired surrogates at
