@@ -179,13 +179,6 @@ TEST(FromRgba, EncodesToAPngOfTheSamePixels) {
   EXPECT_THROW(image->encode(gfx::kEncodeSvg, gfx::kEncodeRaw, {}), std::invalid_argument);
 }
 
-TEST(FromRgba, Base64OfPixelsRebuildsTheSameImage) {
-  auto const image = gfx::PFImage::fromRgba(5, 7, gradient(5, 7));
-  std::string const text = stringOf(image->encode(gfx::kEncodePng, gfx::kEncodeBase64, {})->bytes);
-  auto const rebuilt = gfx::constructPFGraphicsFromBase64("," + text);
-  EXPECT_EQ(rebuilt->encode(gfx::kEncodePng, gfx::kEncodeRaw, {})->bytes, image->encodedBytes());
-}
-
 TEST(FromRgba, EncodesOnceForConcurrentCallers) {
   auto const image = gfx::PFImage::fromRgba(300, 200, gradient(300, 200));
   constexpr int kThreads = 8;
