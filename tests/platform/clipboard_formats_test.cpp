@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/formats/clipboard_formats.hpp"
+#include "platform/formats/payload_formats.hpp"
 
 namespace {
 
@@ -114,6 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
         TextCase{"text/html;charset=utf-8", "\xE9", u"\uFFFD"},  // no guessing past the label
         TextCase{"text/html;charset=iso-8859-1", "\xC3\xA9", u"\u00c3\u00a9"},
         TextCase{"text/html;charset=us-ascii", "<b>", u"<b>"},
+        TextCase{"text/html; charset=\"\"", "caf\xE9", u"caf\u00e9"},  // an empty label: none
         TextCase{"text/html;charset=koi8-r", "<b>", std::nullopt},
         TextCase{"application/xhtml+xml", "<b>", std::nullopt}));
 
@@ -144,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
         EncodeCase{"text/html;charset=utf-16le", u"hi", std::string("h\0i\0", 4), u"hi"},
         EncodeCase{"text/html;charset=utf-16be", u"hi", std::string("\0h\0i", 4), u"hi"},
         // One question mark for each character Latin-1 lacks, a surrogate pair included.
-        EncodeCase{"text/html;charset=latin1", u"\u00e9\u2603\U0001F600.", "\xE9??.", u"\u00e9??."},
+        EncodeCase{"text/html;charset=latin1", u"\u00e9\u2603\U00010000.", "\xE9??.", u"\u00e9??."},
         EncodeCase{"text/html;charset=koi8-r", u"\u00e9", "\xC3\xA9", std::nullopt}));
 
 struct UriCase {
@@ -174,7 +176,8 @@ INSTANTIATE_TEST_SUITE_P(
         UriCase{u"/single", "file:/single", false},
         UriCase{u"file://otherhost/x", "file://otherhost/x", false},
         UriCase{u"/with/fragment", "file:///with/fragment#frag", false},
-        UriCase{u"/bad%zzescape", "file:///bad%zzescape", false}));
+        UriCase{u"/bad%zzescape", "file:///bad%zzescape", false},
+        UriCase{u"file:relative/x", "file:relative/x", false}));
 
 TEST(UriLists, CommentsBlankLinesAndCarriageReturnsAreDropped) {
   auto const paths = decodeUriList("# a comment\r\nfile:///one\r\n\r\nhttp://x/y\nfile:///two%21");
@@ -188,6 +191,26 @@ TEST(UriLists, AreWrittenWithCrLfAndGnomeListsWithTheAction) {
   EXPECT_EQ(encodeGnomeCopiedFiles(paths, PFClipboardAction::copy),
             "copy\nfile:///a%20b\nfile:///c");
   EXPECT_EQ(encodeGnomeCopiedFiles(paths, PFClipboardAction::cut), "cut\nfile:///a%20b\nfile:///c");
+  // Relative names (a drive letter, a colon after a space) are no URIs: their line breaks go,
+  // or they would split the list.
+  EXPECT_EQ(encodeUriList({Path(u"C:\r\nx"), Path(u"a b:\nc")}), "C:x\r\na b:c\r\n");
+}
+
+// Files are offered with the KDE cut mark only when they were cut: a file manager that
+// pastes them moves them.
+TEST(OfferedTypes, FilesCarryTheCutMarkOnlyWhenCut) {
+  for (auto const action : {PFClipboardAction::copy, PFClipboardAction::cut}) {
+    pf::clipboard::PFClipboardData data;
+    data.addData(u"text/uri-list", std::vector<Path>{Path(u"/a")});
+    data.setClipboardAction(action);
+    std::vector<std::string> names;
+    for (auto const& offered : offeredTypes(data))
+      names.push_back(offered.name);
+    std::vector<std::string> expected = {"text/uri-list", "x-special/gnome-copied-files"};
+    if (action == PFClipboardAction::cut)
+      expected.push_back("application/x-kde-cutselection");
+    EXPECT_EQ(names, expected);
+  }
 }
 
 }  // namespace
