@@ -30,6 +30,8 @@ TEST(CopiedFiles, DecodesTheActionAndTheUris) {
                 {Path(u"/x"), Path(u"/y\u00fc")}},
            Case{"copy\r\nfile:///x\r\n", PFClipboardAction::copy, {Path(u"/x")}},
            Case{"CUT", PFClipboardAction::cut, {}},
+           Case{std::string("cut\0", 4), PFClipboardAction::cut, {}},
+           Case{"copy \nfile:///x", PFClipboardAction::copy, {Path(u"/x")}},
            Case{std::string("copy\nfile:///z\0", 16), PFClipboardAction::copy, {Path(u"/z")}},
            Case{"move\nfile:///x", std::nullopt, {}},
            Case{"file:///x", std::nullopt, {}},

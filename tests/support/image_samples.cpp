@@ -35,6 +35,47 @@ std::string bmpFile(std::string const& dib, std::size_t pixelOffsetInDib) {
   return out + dib;
 }
 
+// A bottom-up BMP with a 40-byte header: 24-bit colour, or 8-bit indices into a palette of the
+// image's colours.
+std::string bmpBottomUp(RgbaPixels const& pixels, bool palette) {
+  std::map<std::uint32_t, int> index;
+  std::string table;
+  for (std::size_t i = 0; palette && i < pixels.rgba.size(); i += 4) {
+    std::uint32_t const c = pixels.rgba[i] << 16 | pixels.rgba[i + 1] << 8 | pixels.rgba[i + 2];
+    if (index.emplace(c, static_cast<int>(index.size())).second) {
+      table += {static_cast<char>(pixels.rgba[i + 2]), static_cast<char>(pixels.rgba[i + 1]),
+                static_cast<char>(pixels.rgba[i]), '\0'};
+    }
+  }
+  std::string dib;
+  put32(dib, 40);
+  put32(dib, pixels.width);
+  put32(dib, pixels.height);  // positive: bottom-up
+  put16(dib, 1);
+  put16(dib, palette ? 8 : 24);
+  for (int i = 0; i < 4; ++i)
+    put32(dib, 0);
+  put32(dib, static_cast<std::uint32_t>(index.size()));  // colours used
+  put32(dib, 0);
+  dib += table;
+  std::size_t const offset = dib.size();
+  std::size_t const stride = (pixels.width * (palette ? 1 : 3) + 3) / 4 * 4;
+  for (std::uint32_t r = 0; r < pixels.height; ++r) {
+    std::uint32_t const y = pixels.height - 1 - r;
+    std::string row;
+    for (std::uint32_t x = 0; x < pixels.width; ++x) {
+      auto const* p = &pixels.rgba[(std::size_t{y} * pixels.width + x) * 4];
+      if (palette)
+        row.push_back(static_cast<char>(index.at(p[0] << 16 | p[1] << 8 | p[2])));
+      else
+        row += {static_cast<char>(p[2]), static_cast<char>(p[1]), static_cast<char>(p[0])};
+    }
+    row.resize(stride, '\0');
+    dib += row;
+  }
+  return bmpFile(dib, offset);
+}
+
 int writeGif(GifFileType* gif, GifByteType const* bytes, int length) {
   static_cast<std::string*>(gif->UserData)
       ->append(reinterpret_cast<char const*>(bytes), static_cast<std::size_t>(length));
@@ -179,19 +220,12 @@ std::string gif(std::vector<RgbaPixels> const& frames, bool interlaced) {
   for (auto const& frame : frames) {
     EGifPutImageDesc(gif, 0, 0, w, h, interlaced, nullptr);
     std::vector<GifPixelType> row(static_cast<std::size_t>(w));
-    // Rows go out in the order the file stores them.
+    // Rows go out in the order the file stores them: interlaced in four passes.
     std::vector<int> order;
-    if (interlaced) {
-      for (int y = 0; y < h; y += 8)
-        order.push_back(y);
-      for (int y = 4; y < h; y += 8)
-        order.push_back(y);
-      for (int y = 2; y < h; y += 4)
-        order.push_back(y);
-      for (int y = 1; y < h; y += 2)
-        order.push_back(y);
-    } else {
-      for (int y = 0; y < h; ++y)
+    for (auto const& [start, step] :
+         interlaced ? std::vector<std::pair<int, int>>{{0, 8}, {4, 8}, {2, 4}, {1, 2}}
+                    : std::vector<std::pair<int, int>>{{0, 1}}) {
+      for (int y = start; y < h; y += step)
         order.push_back(y);
     }
     for (int y : order) {
@@ -235,26 +269,7 @@ std::string tiff(RgbaPixels const& pixels) {
 }
 
 std::string bmp24(RgbaPixels const& pixels) {
-  std::string dib;
-  put32(dib, 40);
-  put32(dib, pixels.width);
-  put32(dib, pixels.height);  // bottom-up
-  put16(dib, 1);
-  put16(dib, 24);
-  for (int i = 0; i < 6; ++i)
-    put32(dib, 0);
-  std::size_t const stride = (pixels.width * 3 + 3) / 4 * 4;
-  for (std::uint32_t r = 0; r < pixels.height; ++r) {
-    std::uint32_t const y = pixels.height - 1 - r;
-    std::string row;
-    for (std::uint32_t x = 0; x < pixels.width; ++x) {
-      auto const* p = &pixels.rgba[(std::size_t{y} * pixels.width + x) * 4];
-      row += {static_cast<char>(p[2]), static_cast<char>(p[1]), static_cast<char>(p[0])};
-    }
-    row.resize(stride, '\0');
-    dib += row;
-  }
-  return bmpFile(dib, 40);
+  return bmpBottomUp(pixels, false);
 }
 
 std::string bmp32BitFields(RgbaPixels const& pixels) {
@@ -278,41 +293,7 @@ std::string bmp32BitFields(RgbaPixels const& pixels) {
 }
 
 std::string bmp8(RgbaPixels const& pixels) {
-  std::map<std::uint32_t, int> index;
-  std::string table;
-  for (std::size_t i = 0; i < pixels.rgba.size(); i += 4) {
-    std::uint32_t const c = pixels.rgba[i] << 16 | pixels.rgba[i + 1] << 8 | pixels.rgba[i + 2];
-    if (index.emplace(c, static_cast<int>(index.size())).second) {
-      table += {static_cast<char>(pixels.rgba[i + 2]), static_cast<char>(pixels.rgba[i + 1]),
-                static_cast<char>(pixels.rgba[i]), '\0'};
-    }
-  }
-  std::string dib;
-  put32(dib, 40);
-  put32(dib, pixels.width);
-  put32(dib, pixels.height);
-  put16(dib, 1);
-  put16(dib, 8);
-  put32(dib, 0);
-  put32(dib, 0);
-  put32(dib, 0);
-  put32(dib, 0);
-  put32(dib, static_cast<std::uint32_t>(index.size()));
-  put32(dib, 0);
-  dib += table;
-  std::size_t const offset = dib.size();
-  std::size_t const stride = (pixels.width + 3) / 4 * 4;
-  for (std::uint32_t r = 0; r < pixels.height; ++r) {
-    std::uint32_t const y = pixels.height - 1 - r;
-    std::string row;
-    for (std::uint32_t x = 0; x < pixels.width; ++x) {
-      auto const* p = &pixels.rgba[(std::size_t{y} * pixels.width + x) * 4];
-      row.push_back(static_cast<char>(index.at(p[0] << 16 | p[1] << 8 | p[2])));
-    }
-    row.resize(stride, '\0');
-    dib += row;
-  }
-  return bmpFile(dib, offset);
+  return bmpBottomUp(pixels, true);
 }
 
 }  // namespace test_images
