@@ -50,6 +50,26 @@ class Pipe {
   int write_ = -1;
 };
 
+// A line within the bound when its start is read and past it later: what was kept of it is
+// let go (a hostile line must not hold memory), and the reader goes on after it.
+TEST(LineReader, ALongerLineIsSkippedToItsEndAndItsStartLetGo) {
+  Pipe pipe;
+  pipe.write(std::string(50, 's'));
+  std::thread writer([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    pipe.write(std::string(1000, 'x') + "\nok\n");
+    pipe.closeWrite();
+  });
+  LineReader reader(pipe.readEnd(), 100);
+  std::string line;
+  EXPECT_EQ(reader.next(line), LineReader::Status::tooLong);
+  EXPECT_EQ(line, "");
+  EXPECT_EQ(line.capacity(), std::string().capacity());
+  ASSERT_EQ(reader.next(line), LineReader::Status::line);
+  EXPECT_EQ(line, "ok");
+  writer.join();
+}
+
 TEST(LineReader, ALineOfTheDefaultBoundOf256MiBArrivesWhole) {
   std::size_t const size = std::size_t{256} << 20;
   Pipe pipe;
