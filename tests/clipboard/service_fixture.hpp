@@ -163,6 +163,11 @@ class Replies {
   std::vector<std::string> notifications_;
 };
 
+// What the service logs when the flavors request it makes (or is sent) has no request id.
+inline std::string const kFlavorsNoRequestId =
+    "[handleRequestForAvailableDataFlavors] JSON message does not contain required fields "
+    "'requestid'";
+
 // The four request kinds, each sent through its message-form entry.
 enum class Request { flavors, get, set, subscribe };
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "clipboard/vocabulary.hpp"
+#include "diagnostics/service_logger.hpp"
 #include "host/diagnostics_capture.hpp"
 #include "host/host_session.hpp"
 #include "json/reader.hpp"
@@ -178,6 +179,21 @@ TEST(HostSessionDiagnostics, NotificationsFromAnotherThreadCarryTheirOwnRecords)
   auto const next = f.send(R"({"kind":"flavors","request":{"requestid":"f","uid":"ui"}})");
   ASSERT_EQ(next.size(), 1u);
   EXPECT_TRUE(logOf(next[0]).empty());
+}
+
+TEST(HostSessionDiagnostics, RecordsLoggedOutsideRequestsDoNotCrowdOutANotificationsOwn) {
+  Fixture f(true);
+  f.send(R"({"kind":"subscribe","request":{"requestid":"s","uid":"ui"}})");
+  // As many records as a list holds, logged on this thread outside any request.
+  for (std::size_t i = 0; i < clipboard_host::kMaxCapturedRecords; ++i) {
+    EDITOR_SERVICES_LOG("stray " << i);
+  }
+  f.backend->put(textData("x"));
+  auto const lines = f.output.take();
+  ASSERT_EQ(lines.size(), 1u);
+  auto const log = logOf(lines[0]);
+  ASSERT_FALSE(log.empty());
+  EXPECT_NE(log[0].find("requestid"), std::string::npos) << log[0];
 }
 
 TEST(HostSessionDiagnostics, TwoSessionsOnOneThreadEachGetTheirOwnRecords) {

@@ -191,7 +191,26 @@ TEST(WebSocketHost, APeerLeavingInTheMiddleOfA16MiBReplyLeavesTheHostServing) {
 // (the host's own when empty).
 http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
                                         std::string const& hostHeader = "", bool upgrade = false,
-                                        std::string const& origin = "");
+                                        std::string const& origin = "") {
+  asio::io_context ioc;
+  beast::tcp_stream stream(ioc);
+  stream.connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), host.port()));
+  http::request<http::empty_body> request{http::verb::get, target, 11};
+  request.set(http::field::host, hostHeader.empty() ? host.hostHeader() : hostHeader);
+  if (upgrade) {
+    request.set(http::field::connection, "Upgrade");
+    request.set(http::field::upgrade, "websocket");
+    request.set(http::field::sec_websocket_version, "13");
+    request.set(http::field::sec_websocket_key, "dGhlIHNhbXBsZSBub25jZQ==");
+    request.set(http::field::origin, origin.empty() ? host.origin() : origin);
+  }
+  http::write(stream, request);
+  beast::flat_buffer buffer;
+  http::response<http::string_body> response;
+  beast::error_code ec;
+  http::read(stream, buffer, response, ec);
+  return response;
+}
 
 std::size_t mappings(pid_t pid) {
   std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
@@ -240,29 +259,6 @@ TEST(WebSocketHost, ConnectionsBeyondTheLimitAreRefusedAndEndedOnesForgotten) {
                              // an unjoined thread itself, and the host's exit status shows it
   EXPECT_LT(mappings(host.process().pid()), before + 10);
 #endif
-}
-
-http::response<http::string_body> fetch(WebHost const& host, std::string const& target,
-                                        std::string const& hostHeader, bool upgrade,
-                                        std::string const& origin) {
-  asio::io_context ioc;
-  beast::tcp_stream stream(ioc);
-  stream.connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), host.port()));
-  http::request<http::empty_body> request{http::verb::get, target, 11};
-  request.set(http::field::host, hostHeader.empty() ? host.hostHeader() : hostHeader);
-  if (upgrade) {
-    request.set(http::field::connection, "Upgrade");
-    request.set(http::field::upgrade, "websocket");
-    request.set(http::field::sec_websocket_version, "13");
-    request.set(http::field::sec_websocket_key, "dGhlIHNhbXBsZSBub25jZQ==");
-    request.set(http::field::origin, origin.empty() ? host.origin() : origin);
-  }
-  http::write(stream, request);
-  beast::flat_buffer buffer;
-  http::response<http::string_body> response;
-  beast::error_code ec;
-  http::read(stream, buffer, response, ec);
-  return response;
 }
 
 // The upgrade needs this start's token and a page of the host's own origin or one allowed.
@@ -334,10 +330,6 @@ TEST(WebSocketHostFiles, NothingOutsideTheWebFolderIsServed) {
   EXPECT_EQ(fetch(host, "/", "evil.example:" + std::to_string(host.port()), false).result(),
             http::status::forbidden);
 }
-
-}  // namespace
-
-namespace {
 
 struct StartCase {
   char const* name;

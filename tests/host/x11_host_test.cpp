@@ -37,13 +37,10 @@ class X11Host : public ::testing::Test {
     display_ = xvfb_->display();
   }
 
-  std::string displayVariable() const {
-    return "DISPLAY=" + display_;
-  }
-
   // Puts `text` on CLIPBOARD from xclip, which stays in the foreground serving it.
   std::unique_ptr<Process> xclipOwner(std::string const& text) {
-    auto owner = start({"xclip", "-quiet", "-selection", "clipboard", "-i"}, {displayVariable()});
+    auto owner =
+        start({"xclip", "-quiet", "-selection", "clipboard", "-i"}, {xvfb_->displayVariable()});
     owner->write(text);
     owner->closeInput();
     // Owned once xclip -o reads it back.
@@ -58,7 +55,7 @@ class X11Host : public ::testing::Test {
   }
 
   std::string xclipRead() {
-    auto reader = start({"xclip", "-selection", "clipboard", "-o"}, {displayVariable()});
+    auto reader = start({"xclip", "-selection", "clipboard", "-o"}, {xvfb_->displayVariable()});
     reader->closeInput();
     std::string text;
     while (auto line = reader->readLine(std::chrono::seconds(5))) {
@@ -77,7 +74,7 @@ TEST_F(X11Host, ThePythonExampleGetsEachReplyWhileItsPipeStaysOpen) {
   auto example_ =
       start({"python3", std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/examples/host_client.py",
              CLIPBOARD_HOST_PATH, "--backend", "x11", "--manager-handover", "0"},
-            {displayVariable()});
+            {xvfb_->displayVariable()});
   Process& example = *example_;
   std::vector<std::string> lines;
   for (;;) {

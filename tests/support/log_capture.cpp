@@ -63,14 +63,6 @@ std::vector<CapturedRecord> LogCapture::records() const {
   return state_->backend->records;
 }
 
-std::vector<std::string> LogCapture::messages() const {
-  std::vector<std::string> out;
-  for (auto const& r : records()) {
-    out.push_back(r.message);
-  }
-  return out;
-}
-
 void LogCapture::clear() {
   std::lock_guard<std::mutex> lock(state_->backend->mutex);
   state_->backend->records.clear();

@@ -24,7 +24,6 @@ class LogCapture {
   LogCapture& operator=(LogCapture const&) = delete;
 
   std::vector<CapturedRecord> records() const;
-  std::vector<std::string> messages() const;
   void clear();
 
  private:
