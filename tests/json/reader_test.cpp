@@ -100,7 +100,6 @@ INSTANTIATE_TEST_SUITE_P(
         ObjectCase{"top_level_array", "[1]", rc::expected_object, {}},
         ObjectCase{"empty_object", "{}", rc::ok, Object{}},
         ObjectCase{"rest_not_read", "{}\"garbage", rc::ok, Object{}},
-        ObjectCase{"space_inside", " \t{\n}", rc::expected_object, {}},
         ObjectCase{"spaces_between", "{ \"a\" :\t1 ,\r\n\"b\" : 2 \v\f}", rc::ok,
                    Object{{"a", num(1)}, {"b", num(2)}}},
         ObjectCase{"first_of_equal_keys_wins", R"({"a":1,"a":2})", rc::ok, Object{{"a", num(1)}}},
@@ -294,19 +293,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         typed("max", "int64", "9223372036854775807", rc::ok, i64(int64_max)),
         typed("above_max", "int64", "9223372036854775808", rc::ok, i64(int64_max)),
-        typed("far_above_max", "int64", "99999999999999999999999", rc::ok, i64(int64_max)),
         typed("min", "int64", "-9223372036854775808", rc::ok, i64(int64_min)),
         typed("just_above_min", "int64", "-9223372036854775807", rc::ok, i64(int64_min + 1)),
         typed("just_below_max", "int16", "9223372036854775806", rc::ok, i64(int64_max - 1)),
         typed("just_below_umax", "uint16", "18446744073709551614", rc::ok, u64(uint64_max - 1)),
         typed("below_min", "int64", "-9223372036854775809", rc::ok, i64(int64_min)),
-        typed("far_below_min", "int64", "-99999999999999999999999", rc::ok, i64(int64_min)),
         typed("eighteen_digits", "int8", "-999999999999999999", rc::ok, i64(-999999999999999999)),
         typed("nineteen_digits", "int8", "1000000000000000000", rc::ok, i64(1000000000000000000)),
-        typed("negative_zero", "int8", "-0", rc::ok, i64(0)),
         typed("umax", "uint64", "18446744073709551615", rc::ok, u64(uint64_max)),
         typed("above_umax", "uint64", "18446744073709551616", rc::ok, u64(uint64_max)),
-        typed("far_above_umax", "uint8", "99999999999999999999999", rc::ok, u64(uint64_max)),
         typed("nineteen_digits_unsigned", "uint8", "9999999999999999999", rc::ok,
               u64(9999999999999999999UL)),
         typed("twenty_digits_unsigned", "uint8", "10000000000000000000", rc::ok,
@@ -501,75 +496,6 @@ TEST(ScanNumber, StopsWhereTheNumberEnds) {
   }
 }
 
-TEST(MatchLiteral, MovesOnlyOnSuccess) {
-  struct {
-    char const* text;
-    int code;
-    std::ptrdiff_t stop;
-  } const cases[] = {
-      {"null", rc::ok, 4},
-      {"nullx", rc::ok, 4},
-      {"nulL", 7, 0},
-      {"", rc::unexpected_end, 0},
-      {"nu", rc::unexpected_end, 0},
-      {"nx", 7, 0},
-      {"x", 7, 0},
-  };
-  for (auto const& c : cases) {
-    Text const text(c.text);
-    char const* pos = text.begin();
-    EXPECT_EQ(foundation::json::match_literal(pos, text.end(), "null", 7), c.code) << c.text;
-    EXPECT_EQ(pos - text.begin(), c.stop) << c.text;
-  }
-}
-
-TEST(ParseHex4, ReadsOneCodeUnit) {
-  struct {
-    char const* text;
-    int code;
-    char16_t unit;
-    std::ptrdiff_t stop;
-  } const cases[] = {
-      {"0041", rc::ok, u'A', 4},
-      {"fFfF", rc::ok, 0xFFFF, 4},
-      {"D83Dx", rc::ok, 0xD83D, 4},
-      {"12g4", rc::bad_unicode_escape, 0x7777, 2},
-      {"123", rc::unexpected_end, 0x7777, 0},
-      {" 123", rc::bad_unicode_escape, 0x7777, 0},
-  };
-  for (auto const& c : cases) {
-    Text const text(c.text);
-    char const* pos = text.begin();
-    char16_t unit = 0x7777;  // kept on failure
-    EXPECT_EQ(foundation::json::parse_hex4(pos, text.end(), unit), c.code) << c.text;
-    EXPECT_EQ(unit, c.unit) << c.text;
-    EXPECT_EQ(pos - text.begin(), c.stop) << c.text;
-  }
-}
-
-TEST(ParseString, KeepsOutputOnFailureAndReplacesOnSuccess) {
-  struct {
-    char const* text;
-    int code;
-    char const* result;
-  } const cases[] = {
-      {"\"new\"", rc::ok, "new"},
-      {"\"a\\tb\"", rc::ok, "a\tb"},
-      {"\"\"", rc::ok, ""},
-      {"new", rc::expected_string, "old"},
-      {"", rc::unexpected_end, "old"},
-      {"\"", rc::unexpected_end, "old"},
-      {"\"a\\", rc::unexpected_end, "old"},
-  };
-  for (auto const& c : cases) {
-    Text const text(c.text);
-    char const* pos = text.begin();
-    std::string out = "old";
-    EXPECT_EQ(foundation::json::parse_string(pos, text.end(), out), c.code) << c.text;
-    EXPECT_EQ(out, c.result) << c.text;
-  }
-}
-
 TEST(SkipSpace, CommentsOnlyWhenAsked) {
   struct {
     char const* text;
@@ -696,16 +622,6 @@ TEST(TypedData, CommentsBetweenElements) {
   pos = text.begin();
   EXPECT_EQ(foundation::json::parse_int64_array(pos, text.end(), false, out),
             rc::expected_comma_or_bracket);
-}
-
-TEST(IsTypeName, EightNamesExactly) {
-  for (char const* name :
-       {"int64", "uint64", "int32", "uint32", "int16", "uint16", "int8", "uint8"}) {
-    EXPECT_TRUE(foundation::json::is_type_name(name)) << name;
-  }
-  for (char const* name : {"", "int", "int128", "Int8", "uint8 ", "double", "float", "bool"}) {
-    EXPECT_FALSE(foundation::json::is_type_name(name)) << name;
-  }
 }
 
 TEST(ReadLarge, LongStringsAndArraysComeThroughWhole) {
@@ -857,12 +773,6 @@ TEST(U16ToU8, SurrogatesAndRanges) {
   }
   std::string const nul = foundation::json::detail::u16_to_u8(u"\0", 1);
   EXPECT_EQ(nul, std::string(1, '\0'));
-}
-
-TEST(GetUtf8String, TakesTheRangeAsItIs) {
-  char const bytes[] = {'a', '\0', '\xff', 'b'};
-  EXPECT_EQ(foundation::json::detail::get_utf8_string(bytes, bytes + 4), std::string(bytes, 4));
-  EXPECT_EQ(foundation::json::detail::get_utf8_string(bytes, bytes), "");
 }
 
 }  // namespace
