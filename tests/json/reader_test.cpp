@@ -424,6 +424,7 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"-x", rc::expected_digit, 1}, ValueCase{"1.x", rc::expected_fraction_digit, 2},
         ValueCase{"\"ab", rc::unexpected_end, 3}, ValueCase{"\"a\\x\"", rc::bad_escape, 3},
         ValueCase{"\"\\u12z4\"", rc::bad_unicode_escape, 5},
+        ValueCase{"\"\\ud83d\\ude00", rc::unexpected_end, 13},
         ValueCase{"[1,x]", rc::expected_string, 3}, ValueCase{"{\"a\" 1}", rc::expected_colon, 5},
         ValueCase{"\"s\"rest", rc::ok, 3}, ValueCase{"12 ", rc::ok, 2},
         ValueCase{"truex", rc::ok, 4}, ValueCase{"false", rc::ok, 5}, ValueCase{"null", rc::ok, 4},
@@ -537,6 +538,29 @@ TEST(ParseHex4, ReadsOneCodeUnit) {
   }
 }
 
+TEST(ParseString, KeepsOutputOnFailureAndReplacesOnSuccess) {
+  struct {
+    char const* text;
+    int code;
+    char const* result;
+  } const cases[] = {
+      {"\"new\"", rc::ok, "new"},
+      {"\"a\\tb\"", rc::ok, "a\tb"},
+      {"\"\"", rc::ok, ""},
+      {"new", rc::expected_string, "old"},
+      {"", rc::unexpected_end, "old"},
+      {"\"", rc::unexpected_end, "old"},
+      {"\"a\\", rc::unexpected_end, "old"},
+  };
+  for (auto const& c : cases) {
+    Text const text(c.text);
+    char const* pos = text.begin();
+    std::string out = "old";
+    EXPECT_EQ(foundation::json::parse_string(pos, text.end(), out), c.code) << c.text;
+    EXPECT_EQ(out, c.result) << c.text;
+  }
+}
+
 TEST(SkipSpace, CommentsOnlyWhenAsked) {
   struct {
     char const* text;
@@ -554,6 +578,7 @@ TEST(SkipSpace, CommentsOnlyWhenAsked) {
       {"/**/", true, 4},
       {"/*/ x", true, 5},
       {"/* a */ /* b */x", true, 15},
+      {"/* a*b/c */x", true, 11},
   };
   for (auto const& c : cases) {
     Text const text(c.text);
@@ -663,6 +688,16 @@ TEST(TypedData, CommentsBetweenElements) {
   pos = text.begin();
   EXPECT_EQ(foundation::json::parse_int64_array(pos, text.end(), false, out),
             rc::expected_comma_or_bracket);
+}
+
+TEST(IsTypeName, EightNamesExactly) {
+  for (char const* name :
+       {"int64", "uint64", "int32", "uint32", "int16", "uint16", "int8", "uint8"}) {
+    EXPECT_TRUE(foundation::json::is_type_name(name)) << name;
+  }
+  for (char const* name : {"", "int", "int128", "Int8", "uint8 ", "double", "float", "bool"}) {
+    EXPECT_FALSE(foundation::json::is_type_name(name)) << name;
+  }
 }
 
 TEST(ReadLarge, LongStringsAndArraysComeThroughWhole) {
