@@ -796,6 +796,7 @@ TEST(StringToDouble, NearestDoubleWithSaturation) {
   } const cases[] = {
       {"0", 0.0},
       {"1.5", 1.5},
+      {".5", 0.5},
       {"-12.5e+1", -125.0},
       {"0.1", 0.1},
       {"007", 7.0},
