@@ -48,7 +48,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ReadCase{"small_get",
                  R"({"requestid":"r-42","uid":"u1","flavors":["text/plain","image/png"]})"},
-        ReadCase{"flavors", R"({"requestid":"r-1","uid":"ui-1"})"},
         ReadCase{
             "spaced_get",
             "{ \"requestid\" : \"r-42\" ,\n \"uid\" : \"u1\" , \"flavors\" : [ \"text/plain\" ] }"},

@@ -54,7 +54,7 @@ struct ObjectCase {
   char const* name;
   std::string text;
   int code;
-  std::optional<Object> expected;  // for code 0
+  std::optional<Object> expected = {};  // for code 0
 };
 
 std::ostream& operator<<(std::ostream& os, ObjectCase const& c) {
@@ -95,16 +95,15 @@ std::string const qvtype_int8 = R"("qvtype":"int8")";
 INSTANTIATE_TEST_SUITE_P(
     Structure, ReadObject,
     ::testing::Values(
-        ObjectCase{"empty_text", "", rc::unexpected_end, {}},
-        ObjectCase{"space_before_brace", " {}", rc::expected_object, {}},
-        ObjectCase{"top_level_array", "[1]", rc::expected_object, {}},
+        ObjectCase{"empty_text", "", rc::unexpected_end},
+        ObjectCase{"space_before_brace", " {}", rc::expected_object},
+        ObjectCase{"top_level_array", "[1]", rc::expected_object},
         ObjectCase{"empty_object", "{}", rc::ok, Object{}},
         ObjectCase{"rest_not_read", "{}\"garbage", rc::ok, Object{}},
-        ObjectCase{"space_inside", " \t{\n}", rc::expected_object, {}},
         ObjectCase{"spaces_between", "{ \"a\" :\t1 ,\r\n\"b\" : 2 \v\f}", rc::ok,
                    Object{{"a", num(1)}, {"b", num(2)}}},
         ObjectCase{"first_of_equal_keys_wins", R"({"a":1,"a":2})", rc::ok, Object{{"a", num(1)}}},
-        ObjectCase{"equal_keys_second_unreadable", R"({"a":1,"a":-})", rc::expected_digit, {}},
+        ObjectCase{"equal_keys_second_unreadable", R"({"a":1,"a":-})", rc::expected_digit},
         // Keys come in every order against the first and the last one, equal keys among them.
         ObjectCase{"equal_keys_in_every_order",
                    R"({"u":1,"r":2,"f":3,"a":4,"z":5,"f":6,"":7,"a":8,"":9,"z":10,"ab":11})",
@@ -119,30 +118,28 @@ INSTANTIATE_TEST_SUITE_P(
         ObjectCase{"equal_keys_containers_dropped",
                    R"({"a":[1],"a":{"b":[2]},"a":[3,[4]],"c":{},"c":[5]})", rc::ok,
                    Object{{"a", arr({num(1)})}, {"c", obj({})}}},
-        ObjectCase{
-            "equal_keys_dropped_array_unreadable", R"({"a":1,"a":[1,]})", rc::expected_string, {}},
-        ObjectCase{"equal_keys_dropped_object_unreadable",
-                   R"({"a":1,"a":{"b":}})",
-                   rc::expected_string,
-                   {}},
-        ObjectCase{"comma_before_brace", R"({"a":1,})", rc::expected_string, {}},
-        ObjectCase{"no_colon", R"({"a" 1})", rc::expected_colon, {}},
-        ObjectCase{"no_comma", R"({"a":1 "b":2})", rc::expected_comma_or_brace, {}},
-        ObjectCase{"ends_after_value", R"({"a":1)", rc::unexpected_end, {}},
-        ObjectCase{"ends_after_value_space", "{\"a\":1 ", rc::unexpected_end, {}},
-        ObjectCase{"ends_after_colon", R"({"a":)", rc::unexpected_end, {}},
-        ObjectCase{"ends_after_key", R"({"a")", rc::unexpected_end, {}},
-        ObjectCase{"ends_after_brace", "{ ", rc::unexpected_end, {}},
-        ObjectCase{"apostrophe_key", "{'a':1}", rc::expected_string, {}},
-        ObjectCase{"apostrophe_value", "{\"a\":'x'}", rc::expected_string, {}},
-        ObjectCase{"comment_key", "{/*c*/\"a\":1}", rc::expected_string, {}},
-        ObjectCase{"comment_value", "{\"a\":/x/}", rc::expected_string, {}},
-        ObjectCase{"number_key", "{1:1}", rc::expected_string, {}},
+        ObjectCase{"equal_keys_dropped_array_unreadable", R"({"a":1,"a":[1,]})",
+                   rc::expected_string},
+        ObjectCase{"equal_keys_dropped_object_unreadable", R"({"a":1,"a":{"b":}})",
+                   rc::expected_string},
+        ObjectCase{"comma_before_brace", R"({"a":1,})", rc::expected_string},
+        ObjectCase{"no_colon", R"({"a" 1})", rc::expected_colon},
+        ObjectCase{"no_comma", R"({"a":1 "b":2})", rc::expected_comma_or_brace},
+        ObjectCase{"ends_after_value", R"({"a":1)", rc::unexpected_end},
+        ObjectCase{"ends_after_value_space", "{\"a\":1 ", rc::unexpected_end},
+        ObjectCase{"ends_after_colon", R"({"a":)", rc::unexpected_end},
+        ObjectCase{"ends_after_key", R"({"a")", rc::unexpected_end},
+        ObjectCase{"ends_after_brace", "{ ", rc::unexpected_end},
+        ObjectCase{"apostrophe_key", "{'a':1}", rc::expected_string},
+        ObjectCase{"apostrophe_value", "{\"a\":'x'}", rc::expected_string},
+        ObjectCase{"comment_key", "{/*c*/\"a\":1}", rc::expected_string},
+        ObjectCase{"comment_value", "{\"a\":/x/}", rc::expected_string},
+        ObjectCase{"number_key", "{1:1}", rc::expected_string},
         ObjectCase{"nested", R"({"o":{"p":[true,{"q":null}]},"e":[],"f":{}})", rc::ok,
                    Object{{"e", arr({})},
                           {"f", obj({})},
                           {"o", obj({{"p", arr({Value(true), obj({{"q", Value(Null{})}})})}})}}},
-        ObjectCase{"nested_failure_code_wins", R"({"o":{"p":[1,]}})", rc::expected_string, {}},
+        ObjectCase{"nested_failure_code_wins", R"({"o":{"p":[1,]}})", rc::expected_string},
         ObjectCase{"raw_bytes_kept", "{\"a\":\"\x01\xff\t\"}", rc::ok,
                    Object{{"a", Value(std::string("\x01\xff\t"))}}}),
     [](auto const& info) { return std::string(info.param.name); });
@@ -154,16 +151,16 @@ INSTANTIATE_TEST_SUITE_P(
         member("leading_zeros", "007", rc::ok, num(7)),
         member("leading_zeros_then_point", "00.5", rc::expected_comma_or_brace),
         member("point_then_brace", "1.", rc::expected_fraction_digit),
-        ObjectCase{"point_then_end", R"({"n":1.)", rc::unexpected_end, {}},
+        ObjectCase{"point_then_end", R"({"n":1.)", rc::unexpected_end},
         member("minus_letter", "-x", rc::expected_digit),
         member("minus_brace", "-", rc::expected_digit),
-        ObjectCase{"minus_then_end", R"({"n":-)", rc::unexpected_end, {}},
+        ObjectCase{"minus_then_end", R"({"n":-)", rc::unexpected_end},
         member("plus", "+1", rc::expected_string), member("bare_point", ".5", rc::expected_string),
         member("hex", "0x10", rc::expected_comma_or_brace),
         member("exponent_without_digit", "1e", rc::expected_exponent_digit),
         member("exponent_sign_without_digit", "1E-", rc::expected_exponent_digit),
-        ObjectCase{"exponent_then_end", R"({"n":1e)", rc::unexpected_end, {}},
-        ObjectCase{"exponent_sign_then_end", R"({"n":1e+)", rc::unexpected_end, {}},
+        ObjectCase{"exponent_then_end", R"({"n":1e)", rc::unexpected_end},
+        ObjectCase{"exponent_sign_then_end", R"({"n":1e+)", rc::unexpected_end},
         member("zero_fraction_exponent", "0.25E2", rc::ok, num(25)),
         member("negative_zero", "-0", rc::ok, num(-0.0)),
         member("integers_are_doubles", "9007199254740993", rc::ok, num(9007199254740992.0)),
@@ -173,8 +170,8 @@ INSTANTIATE_TEST_SUITE_P(
         member("cut_true", "tru", rc::expected_string),
         member("cut_false", "fals", rc::expected_string),
         member("cut_null", "nul", rc::expected_string),
-        ObjectCase{"literal_cut_by_end", R"({"n":tr)", rc::expected_string, {}},
-        ObjectCase{"literal_then_end", R"({"n":true)", rc::unexpected_end, {}},
+        ObjectCase{"literal_cut_by_end", R"({"n":tr)", rc::expected_string},
+        ObjectCase{"literal_then_end", R"({"n":true)", rc::unexpected_end},
         member("null_then_letter", "nullx", rc::expected_comma_or_brace),
         member("true_then_letter", "truex", rc::expected_comma_or_brace),
         member("capital_literal", "True", rc::expected_string),
@@ -183,8 +180,8 @@ INSTANTIATE_TEST_SUITE_P(
         member("array_number_letter", "[1x]", rc::expected_comma_or_bracket),
         member("array_trailing_comma", "[1,]", rc::expected_string),
         member("array_leading_comma", "[,1]", rc::expected_string),
-        ObjectCase{"array_then_end", R"({"n":[1,)", rc::unexpected_end, {}},
-        ObjectCase{"array_open_then_end", R"({"n":[)", rc::unexpected_end, {}}),
+        ObjectCase{"array_then_end", R"({"n":[1,)", rc::unexpected_end},
+        ObjectCase{"array_open_then_end", R"({"n":[)", rc::unexpected_end}),
     [](auto const& info) { return std::string(info.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -210,14 +207,13 @@ INSTANTIATE_TEST_SUITE_P(
         member("high_second_not_hex", R"("\ud83d\u12x4")", rc::bad_unicode_escape),
         member("not_hex", R"("\u12g4")", rc::bad_unicode_escape),
         member("short_hex", R"("\u12")", rc::bad_unicode_escape),
-        ObjectCase{"hex_cut_by_end", R"({"n":"\u12)", rc::unexpected_end, {}},
+        ObjectCase{"hex_cut_by_end", R"({"n":"\u12)", rc::unexpected_end},
         member("unknown_escape", R"("\q")", rc::bad_escape),
         member("escaped_u_upper", R"("\U0041")", rc::bad_escape),
-        ObjectCase{"backslash_then_end", R"({"n":"\)", rc::unexpected_end, {}},
-        ObjectCase{"escape_then_end", R"({"n":"\n)", rc::unexpected_end, {}},
-        ObjectCase{"unterminated", R"({"n":"abc)", rc::unexpected_end, {}},
-        ObjectCase{
-            "long_unterminated", "{\"n\":\"" + std::string(100, 'a'), rc::unexpected_end, {}},
+        ObjectCase{"backslash_then_end", R"({"n":"\)", rc::unexpected_end},
+        ObjectCase{"escape_then_end", R"({"n":"\n)", rc::unexpected_end},
+        ObjectCase{"unterminated", R"({"n":"abc)", rc::unexpected_end},
+        ObjectCase{"long_unterminated", "{\"n\":\"" + std::string(100, 'a'), rc::unexpected_end},
         member("long_with_escapes",
                "\"" + std::string(40, 'a') + "\\n" + std::string(40, 'b') + "\\\"\"", rc::ok,
                Value(std::string(40, 'a') + "\n" + std::string(40, 'b') + "\"")),
@@ -236,18 +232,16 @@ INSTANTIATE_TEST_SUITE_P(
                    Object{{"qvtype", Value("uint16")}, {"qvdata", arr({u64(0), u64(uint64_max)})}}},
         ObjectCase{"unsigned_data_first", R"({"qvdata":[ 7 , 0 ],"qvtype":"uint64"})", rc::ok,
                    Object{{"qvtype", Value("uint64")}, {"qvdata", arr({u64(7), u64(0)})}}},
-        ObjectCase{"fraction", R"({"qvtype":"int32","qvdata":[1.5]})", rc::bad_typed_element, {}},
-        ObjectCase{"fraction_data_first",
-                   R"({"qvdata":[1.5],"qvtype":"int32"})",
-                   rc::bad_typed_element,
-                   {}},
-        ObjectCase{"not_an_array", R"({"qvtype":"int32","qvdata":7})", rc::expected_array, {}},
-        ObjectCase{
-            "not_an_array_data_first", R"({"qvdata":7,"qvtype":"int32"})", rc::expected_array, {}},
+        ObjectCase{"fraction", R"({"qvtype":"int32","qvdata":[1.5]})", rc::bad_typed_element},
+        ObjectCase{"fraction_data_first", R"({"qvdata":[1.5],"qvtype":"int32"})",
+                   rc::bad_typed_element},
+        ObjectCase{"not_an_array", R"({"qvtype":"int32","qvdata":7})", rc::expected_array},
+        ObjectCase{"not_an_array_data_first", R"({"qvdata":7,"qvtype":"int32"})",
+                   rc::expected_array},
         ObjectCase{"empty", R"({"qvtype":"int32","qvdata":[]})", rc::ok,
                    Object{{"qvtype", Value("int32")}, {"qvdata", arr({})}}},
-        ObjectCase{"not_a_type_name", R"({"qvtype":"double","qvdata":[1]})", rc::ok,
-                   Object{{"qvtype", Value("double")}, {"qvdata", arr({num(1)})}}},
+        ObjectCase{"not_a_type_name", R"({"qvtype":"double","qvdata":[1.5,"x"]})", rc::ok,
+                   Object{{"qvtype", Value("double")}, {"qvdata", arr({num(1.5), Value("x")})}}},
         ObjectCase{"type_name_is_case_sensitive", R"({"qvdata":[1],"qvtype":"INT8"})", rc::ok,
                    Object{{"qvtype", Value("INT8")}, {"qvdata", arr({num(1)})}}},
         ObjectCase{"type_not_a_string", R"({"qvtype":5,"qvdata":[1]})", rc::ok,
@@ -294,19 +288,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         typed("max", "int64", "9223372036854775807", rc::ok, i64(int64_max)),
         typed("above_max", "int64", "9223372036854775808", rc::ok, i64(int64_max)),
-        typed("far_above_max", "int64", "99999999999999999999999", rc::ok, i64(int64_max)),
         typed("min", "int64", "-9223372036854775808", rc::ok, i64(int64_min)),
         typed("just_above_min", "int64", "-9223372036854775807", rc::ok, i64(int64_min + 1)),
         typed("just_below_max", "int16", "9223372036854775806", rc::ok, i64(int64_max - 1)),
         typed("just_below_umax", "uint16", "18446744073709551614", rc::ok, u64(uint64_max - 1)),
         typed("below_min", "int64", "-9223372036854775809", rc::ok, i64(int64_min)),
-        typed("far_below_min", "int64", "-99999999999999999999999", rc::ok, i64(int64_min)),
         typed("eighteen_digits", "int8", "-999999999999999999", rc::ok, i64(-999999999999999999)),
         typed("nineteen_digits", "int8", "1000000000000000000", rc::ok, i64(1000000000000000000)),
-        typed("negative_zero", "int8", "-0", rc::ok, i64(0)),
         typed("umax", "uint64", "18446744073709551615", rc::ok, u64(uint64_max)),
         typed("above_umax", "uint64", "18446744073709551616", rc::ok, u64(uint64_max)),
-        typed("far_above_umax", "uint8", "99999999999999999999999", rc::ok, u64(uint64_max)),
         typed("nineteen_digits_unsigned", "uint8", "9999999999999999999", rc::ok,
               u64(9999999999999999999UL)),
         typed("twenty_digits_unsigned", "uint8", "10000000000000000000", rc::ok,
@@ -321,13 +311,14 @@ INSTANTIATE_TEST_SUITE_P(
         typed("plus", "int8", "+1", rc::bad_typed_element),
         typed("lone_minus", "int8", "-", rc::bad_typed_element),
         typed("string", "int8", "\"1\"", rc::bad_typed_element),
+        typed("string_unsigned", "uint64", "\"1\"", rc::bad_typed_element),
         typed("nested_array", "int8", "[1]", rc::bad_typed_element),
         typed("trailing_comma", "int8", "1,", rc::bad_typed_element),
         typed("no_comma", "int8", "1 2", rc::expected_comma_or_bracket),
         typed("letter", "uint8", "1x", rc::expected_comma_or_bracket),
-        ObjectCase{"minus_then_end", R"({"qvtype":"int8","qvdata":[-)", rc::unexpected_end, {}},
-        ObjectCase{"comma_then_end", R"({"qvtype":"int8","qvdata":[1, )", rc::unexpected_end, {}},
-        ObjectCase{"element_then_end", R"({"qvtype":"int8","qvdata":[12)", rc::unexpected_end, {}}),
+        ObjectCase{"minus_then_end", R"({"qvtype":"int8","qvdata":[-)", rc::unexpected_end},
+        ObjectCase{"comma_then_end", R"({"qvtype":"int8","qvdata":[1, )", rc::unexpected_end},
+        ObjectCase{"element_then_end", R"({"qvtype":"int8","qvdata":[12)", rc::unexpected_end}),
     [](auto const& info) { return std::string(info.param.name); });
 
 // --- nesting ------------------------------------------------------------------------------
@@ -433,6 +424,7 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"-x", rc::expected_digit, 1}, ValueCase{"1.x", rc::expected_fraction_digit, 2},
         ValueCase{"\"ab", rc::unexpected_end, 3}, ValueCase{"\"a\\x\"", rc::bad_escape, 3},
         ValueCase{"\"\\u12z4\"", rc::bad_unicode_escape, 5},
+        ValueCase{"\"\\ud83d\\ude00", rc::unexpected_end, 13},
         ValueCase{"[1,x]", rc::expected_string, 3}, ValueCase{"{\"a\" 1}", rc::expected_colon, 5},
         ValueCase{"\"s\"rest", rc::ok, 3}, ValueCase{"12 ", rc::ok, 2},
         ValueCase{"truex", rc::ok, 4}, ValueCase{"false", rc::ok, 5}, ValueCase{"null", rc::ok, 4},
@@ -586,6 +578,7 @@ TEST(SkipSpace, CommentsOnlyWhenAsked) {
       {"/**/", true, 4},
       {"/*/ x", true, 5},
       {"/* a */ /* b */x", true, 15},
+      {"/* a*b/c */x", true, 11},
   };
   for (auto const& c : cases) {
     Text const text(c.text);
@@ -803,6 +796,7 @@ TEST(StringToDouble, NearestDoubleWithSaturation) {
   } const cases[] = {
       {"0", 0.0},
       {"1.5", 1.5},
+      {".5", 0.5},
       {"-12.5e+1", -125.0},
       {"0.1", 0.1},
       {"007", 7.0},
@@ -856,12 +850,6 @@ TEST(U16ToU8, SurrogatesAndRanges) {
   }
   std::string const nul = foundation::json::detail::u16_to_u8(u"\0", 1);
   EXPECT_EQ(nul, std::string(1, '\0'));
-}
-
-TEST(GetUtf8String, TakesTheRangeAsItIs) {
-  char const bytes[] = {'a', '\0', '\xff', 'b'};
-  EXPECT_EQ(foundation::json::detail::get_utf8_string(bytes, bytes + 4), std::string(bytes, 4));
-  EXPECT_EQ(foundation::json::detail::get_utf8_string(bytes, bytes), "");
 }
 
 }  // namespace

@@ -147,12 +147,6 @@ double double_of(std::uint64_t bits) {
   return d;
 }
 
-std::uint32_t bits_of(float f) {
-  std::uint32_t bits;
-  std::memcpy(&bits, &f, sizeof bits);
-  return bits;
-}
-
 std::vector<std::string> split(std::string const& line) {
   std::istringstream in(line);
   std::vector<std::string> words;
@@ -201,43 +195,30 @@ class Matcher {
       case fj::Kind::string:
         EXPECT_EQ(line, "S " + hex(expected.get<std::string>())) << path;
         return;
-      case fj::Kind::number: {
-        double const d = expected.get<double>();
+      case fj::Kind::number:
+      case fj::Kind::float32: {
+        bool const single = expected.kind() == fj::Kind::float32;
+        double const d = single ? expected.get<float>() : expected.get<double>();
         if (!std::isfinite(d)) {
           EXPECT_EQ(line, "Z") << path;
           return;
         }
         ASSERT_GE(words.size(), 3u) << path << ": " << line;
-        std::string const& parsed_bits = words[words.size() - 2];
-        EXPECT_EQ(parsed_bits, std::to_string(bits_of(d))) << path << ": " << line;
-        if (words[0] == "R") {  // integers may print every digit of their exact value
-          EXPECT_LE(significant_digits(words.back()), 17u) << path << ": " << line;
-        }
-        return;
-      }
-      case fj::Kind::float32: {
-        float const f = expected.get<float>();
-        if (!std::isfinite(f)) {
-          EXPECT_EQ(line, "Z") << path;
-          return;
-        }
-        ASSERT_GE(words.size(), 3u) << path << ": " << line;
         double const parsed = double_of(std::stoull(words[words.size() - 2]));
-        EXPECT_EQ(bits_of(static_cast<float>(parsed)), bits_of(f)) << path << ": " << line;
-        if (words[0] == "R") {
-          EXPECT_LE(significant_digits(words.back()), 9u) << path << ": " << line;
+        double const back = single ? static_cast<float>(parsed) : parsed;
+        EXPECT_EQ(bits_of(back), bits_of(d)) << path << ": " << line;
+        if (words[0] == "R") {  // integers may print every digit of their exact value
+          EXPECT_LE(significant_digits(words.back()), single ? 9u : 17u) << path << ": " << line;
         }
         return;
       }
       case fj::Kind::int64:
-        ASSERT_EQ(words.size(), 4u) << path << ": " << line;
-        EXPECT_EQ(words[0], "I") << path;
-        EXPECT_EQ(words[1], std::to_string(expected.get<long>())) << path;
-        return;
       case fj::Kind::uint64:
         ASSERT_EQ(words.size(), 4u) << path << ": " << line;
         EXPECT_EQ(words[0], "I") << path;
-        EXPECT_EQ(words[1], std::to_string(expected.get<unsigned long>())) << path;
+        EXPECT_EQ(words[1], expected.is<long>() ? std::to_string(expected.get<long>())
+                                                : std::to_string(expected.get<unsigned long>()))
+            << path;
         return;
       case fj::Kind::array: {
         EXPECT_EQ(line, "[") << path;
@@ -274,10 +255,6 @@ class Matcher {
   std::vector<std::string> lines_;
   std::size_t position_ = 0;
 };
-
-bool has_white_space(std::string const& text) {
-  return text.find_first_of(" \t\n\r") != std::string::npos;
-}
 
 // Serializes `input`, has the strict parser read it, and compares with `expected`.
 void expect_round_trip(Value const& input, Value const& expected) {
@@ -359,7 +336,7 @@ TEST(SerializeHostileStrings, ControlsQuotesAndBackslashesSurvive) {
   }
   Value const value(strings);
   std::string const text = fj::serialize(value);
-  EXPECT_FALSE(has_white_space(text));
+  EXPECT_EQ(text.find_first_of(" \t\n\r"), std::string::npos);
   expect_round_trip(value, value);
 }
 
@@ -553,39 +530,6 @@ TEST(SerializeNumbers, IntegersAreExact) {
 }
 
 // ---- Structure ----
-
-TEST(SerializeStructure, MixedDocumentKeepsEveryValueAndOrder) {
-  Object reply;
-  reply["success"] = true;
-  reply["requestid"] = "r-1";
-  reply["flavors"] = Array{Value("text/plain"), Value("image/png"), Value(fj::Null())};
-  reply["nested"] = Object{{"z", Value(Array{Value(1L), Value(2.5), Value(0.5f)})},
-                           {"a", Value(Object{{"deep", Value(Array{Value(Array{})})}})},
-                           {"", Value("empty-key")},
-                           {"\xC3\xA9t\xC3\xA9", Value(fj::Undefined())}};
-  Value const value(reply);
-  std::string const text = fj::serialize(value);
-  EXPECT_FALSE(has_white_space(text));
-  Object expected_reply = reply;
-  expected_reply["nested"].get<Object>()["\xC3\xA9t\xC3\xA9"] = fj::Null();
-  expect_round_trip(value, Value(expected_reply));
-}
-
-TEST(SerializeStructure, NestingDepthOfTwoHundredParses) {
-  Value value("core");
-  for (int depth = 0; depth < 200; ++depth) {
-    if (depth % 2 == 0) {
-      Array array;
-      array.push_back(std::move(value));
-      value = Value(std::move(array));
-    } else {
-      Object object;
-      object.emplace("level", std::move(value));
-      value = Value(std::move(object));
-    }
-  }
-  expect_round_trip(value, value);
-}
 
 // A value nested far deeper than any reply; writing it must not need the call stack. The
 // test builds and dismantles the value level by level, for the same reason.

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <functional>
 #include <new>
-#include <set>
 #include <stdexcept>
 
 #include "json/value.hpp"
@@ -96,16 +95,6 @@ TEST(ValueGetters, FailedGetLeavesTheValueUnchanged) {
   EXPECT_THROW((void)v.get<Object>(), std::runtime_error);
   ASSERT_EQ(v.kind(), Kind::array);
   EXPECT_EQ(v.get<Array>().at(0).get<std::string>(), "x");
-}
-
-TEST(ValueNames, TenDistinctDisplayNames) {
-  using foundation::json::traits;
-  std::set<std::string> names = {traits<Undefined>::name,   traits<Null>::name,
-                                 traits<bool>::name,        traits<double>::name,
-                                 traits<std::string>::name, traits<Array>::name,
-                                 traits<Object>::name,      traits<float>::name,
-                                 traits<long>::name,        traits<unsigned long>::name};
-  EXPECT_EQ(names.size(), 10u);
 }
 
 TEST(ValueCopy, IsDeep) {
