@@ -58,6 +58,10 @@ struct BackendFactory {
   std::function<BackendUnderTest()> make;
 };
 
+inline void PrintTo(BackendFactory const& factory, std::ostream* os) {
+  *os << factory.name;
+}
+
 struct BackendFactoryName {
   std::string operator()(::testing::TestParamInfo<BackendFactory> const& info) const {
     return info.param.name;
@@ -535,18 +539,24 @@ TEST_P(BackendConformance, WeReadWhatTheOtherProgramCopied) {
   }
 }
 
-TEST_P(BackendConformance, AnotherProgramsCopyIsAChangeAndItsPrimaryIsNone) {
+// Each change of the clipboard, another program's or ours, is one event; the primary selection's
+// are none.
+TEST_P(BackendConformance, EachClipboardChangeIsOneEventAndThePrimarysNone) {
   CONFORMANCE_NEEDS_OTHER_PROGRAM();
   using namespace conformance_detail;
   test_support::ChangeCounter counter;
-  otherProgram().offer(pf::clipboard::PFClipboardMode::clipboard, "text/plain", "one");
+  otherProgram().offer(PFClipboardMode::clipboard, "text/plain", "one");
   ASSERT_TRUE(counter.waitFor(1, std::chrono::seconds(5)));
-  int const after = counter.count();
-  otherProgram().offer(pf::clipboard::PFClipboardMode::selection, "text/html", "<i>p</i>");
-  ASSERT_TRUE(waitForType("text/html", pf::clipboard::PFClipboardMode::selection));
-  // Nothing more may follow: wait as long as a notification takes to arrive, with margin.
+  auto data = std::make_unique<PFClipboardData>();
+  data->addData(u"text/plain", std::u16string(u"ours"));
+  write(std::move(data));
+  ASSERT_TRUE(counter.waitFor(2, std::chrono::seconds(5)));
+  otherProgram().offer(PFClipboardMode::selection, "text/html", "<i>p</i>");
+  ASSERT_TRUE(waitForType("text/html", PFClipboardMode::selection));
+  write(std::make_unique<PFClipboardData>(), PFClipboardMode::selection);
+  // Nothing more may follow: wait as long as an event takes to arrive, with margin.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_EQ(counter.count(), after);
+  EXPECT_EQ(counter.count(), 2);
 }
 
 // An owner that never answers, or dies mid-transfer: an error within the timeouts, never part of
