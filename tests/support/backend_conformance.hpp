@@ -12,11 +12,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -27,6 +25,7 @@
 #include "platform/formats/payload_formats.hpp"
 #include "platform/graphics.hpp"
 #include "platform/i18n.hpp"
+#include "support/change_counter.hpp"
 #include "support/image_samples.hpp"
 
 namespace test_support {
@@ -66,37 +65,6 @@ struct BackendFactoryName {
   std::string operator()(::testing::TestParamInfo<BackendFactory> const& info) const {
     return info.param.name;
   }
-};
-
-// Counts clipboard-change events while alive.
-class ChangeCounter {
- public:
-  ChangeCounter() {
-    registration_ = std::make_unique<pf::event::PFEventRegistration>(
-        pf::event::PFSignalLocator::Instance()
-            .containerOf(pf::event::PFServiceType::clipboard)
-            .connect(pf::event::kClipboardChanged, [this] {
-              std::lock_guard<std::mutex> lock(mutex_);
-              ++count_;
-              changed_.notify_all();
-            }));
-  }
-  ~ChangeCounter() { registration_->unregister(); }
-
-  bool waitFor(int atLeast, std::chrono::milliseconds timeout) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return count_ >= atLeast; });
-  }
-  int count() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return count_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int count_ = 0;
-  std::unique_ptr<pf::event::PFEventRegistration> registration_;
 };
 
 }  // namespace test_support
