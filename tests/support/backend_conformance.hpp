@@ -112,12 +112,6 @@ class BackendConformance : public ::testing::TestWithParam<test_support::Backend
     backend.reset();
   }
 
-  test_support::OtherProgram& otherProgram() {
-    if (!other)
-      throw std::logic_error("no other program");
-    return *other;
-  }
-
   // Waits until the backend lists `mime` for `mode`: other programs' offers come asynchronously.
   bool waitForType(std::string const& mime, pf::clipboard::PFClipboardMode mode =
                                                 pf::clipboard::PFClipboardMode::clipboard) {
@@ -315,6 +309,11 @@ TEST_P(BackendConformance, RejectsUnknownModesAndMissingPayloads) {
 
 namespace conformance_detail {
 
+inline std::string describePixels(test_images::RgbaPixels const& pixels) {
+  return "image:" + std::to_string(pixels.width) + "x" + std::to_string(pixels.height) + ":" +
+         std::string(pixels.rgba.begin(), pixels.rgba.end());
+}
+
 // A content as one comparable string: its kind, then text as UTF-8, paths, pixels or bytes.
 inline std::string describe(ClipboardContent const& content) {
   switch (content.index()) {
@@ -328,20 +327,13 @@ inline std::string describe(ClipboardContent const& content) {
     }
     case 3: {
       auto const png = encodedBytesOf(content);
-      auto const pixels = pf::graphics::codec::png_decode_rgba(png.data(), png.size());
-      return "image:" + std::to_string(pixels.width) + "x" + std::to_string(pixels.height) + ":" +
-             std::string(pixels.rgba.begin(), pixels.rgba.end());
+      return describePixels(pf::graphics::codec::png_decode_rgba(png.data(), png.size()));
     }
     case 4:
       return "bytes:" + stringOf(std::get<4>(content));
     default:
       return "nothing";
   }
-}
-
-inline std::string describePixels(test_images::RgbaPixels const& pixels) {
-  return "image:" + std::to_string(pixels.width) + "x" + std::to_string(pixels.height) + ":" +
-         std::string(pixels.rgba.begin(), pixels.rgba.end());
 }
 
 inline test_images::RgbaPixels const& samplePixels() {
@@ -410,7 +402,7 @@ TEST_P(BackendConformance, TheOtherProgramPastesWhatWeWrote) {
     auto data = std::make_unique<PFClipboardData>();
     c.fill(*data);
     write(std::move(data), c.mode);
-    EXPECT_TRUE(otherProgram().paste(c.mode, c.mime) == c.bytes);
+    EXPECT_TRUE(other->paste(c.mode, c.mime) == c.bytes);
   }
 }
 
@@ -484,7 +476,7 @@ TEST_P(BackendConformance, WeReadWhatTheOtherProgramCopied) {
     auto placeholder = std::make_unique<PFClipboardData>();
     placeholder->addData(u"application/x-placeholder", bytesOf("p"));
     write(std::move(placeholder), c.mode);
-    otherProgram().offer(c.mode, c.mime, c.bytes);
+    other->offer(c.mode, c.mime, c.bytes);
     ASSERT_TRUE(waitForType(c.mime, c.mode));
     for (auto const& [mime, expected] : c.reads) {
       SCOPED_TRACE(mime);
@@ -513,13 +505,13 @@ TEST_P(BackendConformance, EachClipboardChangeIsOneEventAndThePrimarysNone) {
   CONFORMANCE_NEEDS_OTHER_PROGRAM();
   using namespace conformance_detail;
   test_support::ChangeCounter counter;
-  otherProgram().offer(PFClipboardMode::clipboard, "text/plain", "one");
+  other->offer(PFClipboardMode::clipboard, "text/plain", "one");
   ASSERT_TRUE(counter.waitFor(1, std::chrono::seconds(5)));
   auto data = std::make_unique<PFClipboardData>();
   data->addData(u"text/plain", std::u16string(u"ours"));
   write(std::move(data));
   ASSERT_TRUE(counter.waitFor(2, std::chrono::seconds(5)));
-  otherProgram().offer(PFClipboardMode::selection, "text/html", "<i>p</i>");
+  other->offer(PFClipboardMode::selection, "text/html", "<i>p</i>");
   ASSERT_TRUE(waitForType("text/html", PFClipboardMode::selection));
   write(std::make_unique<PFClipboardData>(), PFClipboardMode::selection);
   // Nothing more may follow: wait as long as an event takes to arrive, with margin.
@@ -536,7 +528,7 @@ TEST_P(BackendConformance, AFaultyOwnerGivesAnErrorAndTheNextReadWorks) {
   for (auto const& [fault, message] :
        {std::make_pair(Fault::stalls, ""), std::make_pair(Fault::dies, "went away")}) {
     SCOPED_TRACE(message);
-    if (!otherProgram().offerFaulty("application/x-big", fault))
+    if (!other->offerFaulty("application/x-big", fault))
       continue;
     try {
       // Listing may already ask the owner.
@@ -547,7 +539,7 @@ TEST_P(BackendConformance, AFaultyOwnerGivesAnErrorAndTheNextReadWorks) {
     } catch (std::runtime_error const& error) {
       EXPECT_NE(std::strstr(error.what(), message), nullptr) << error.what();
     }
-    otherProgram().offer(PFClipboardMode::clipboard, "text/plain", "after");
+    other->offer(PFClipboardMode::clipboard, "text/plain", "after");
     ASSERT_TRUE(waitForType("text/plain"));
     EXPECT_EQ(
         conformance_detail::describe(backend->read(u"text/plain", PFClipboardMode::clipboard)),
