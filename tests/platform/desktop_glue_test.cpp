@@ -11,22 +11,7 @@
 namespace {
 
 using namespace pf::clipboard::formats;
-using pf::clipboard::Path;
-using pf::clipboard::PFClipboardAction;
 using pf::clipboard::PFClipboardData;
-
-TEST(DesktopGlue, OurOwnFilesListTheKdeCutMarkOnlyWhenCut) {
-  for (auto const action : {PFClipboardAction::copy, PFClipboardAction::cut}) {
-    PFClipboardData data;
-    data.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a")});
-    data.addData(u"text/plain", std::u16string(u"a"));
-    data.setClipboardAction(action);
-    auto expected = std::vector<std::u16string>{u"text/uri-list", u"text/plain"};
-    if (action == PFClipboardAction::cut)
-      expected.push_back(u"application/x-kde-cutselection");
-    EXPECT_EQ(listOwnPayload(data), expected);
-  }
-}
 
 TEST(DesktopGlue, AWriteAboveTheSizeLimitNamesTheTypeThatExceedsIt) {
   PFClipboardData data;

@@ -12,8 +12,6 @@ namespace {
 
 using namespace wayland_test;
 using pf::clipboard::ClipboardContent;
-using pf::clipboard::Path;
-using pf::clipboard::PFClipboardAction;
 using pf::clipboard::PFClipboardData;
 using pf::clipboard::PFClipboardMode;
 using pf::clipboard::PFWaylandClipboard;
@@ -61,34 +59,6 @@ TEST_F(ExtPath, BindsExtWhenOfferedAndWlrWhenAskedFor) {
   EXPECT_EQ(PFWaylandClipboard(o).protocolName(), "zwlr_data_control_manager_v1");
 }
 
-// One content written by one instance, read by the other, in both directions.
-struct ContentCase {
-  char const* name;
-  std::function<void(PFClipboardData&)> fill;
-  std::u16string mime;
-  std::function<void(ClipboardContent const&)> check;
-};
-
-void PrintTo(ContentCase const& c, std::ostream* os) {
-  *os << c.name;
-}
-
-class ExtContent : public ExtPath, public ::testing::WithParamInterface<ContentCase> {};
-
-TEST_P(ExtContent, TravelsBothWays) {
-  auto const& c = GetParam();
-  for (auto const& [writer, reader] :
-       {std::make_pair(ours.get(), other.get()), std::make_pair(other.get(), ours.get())}) {
-    auto data = std::make_unique<PFClipboardData>();
-    c.fill(*data);
-    writer->write(std::move(data), PFClipboardMode::clipboard);
-    ASSERT_TRUE(waitForType(*reader, c.mime));
-    c.check(reader->read(c.mime, PFClipboardMode::clipboard));
-  }
-}
-
-std::u16string const kEmoji = u"emoji \U0001F600, accents \u00e9\u00e8, CJK \u4e2d\u6587";
-
 void expectText(ClipboardContent const& content, std::u16string const& text) {
   ASSERT_EQ(content.index(), 1u);
   EXPECT_EQ(std::get<1>(content).size(), text.size());
@@ -100,86 +70,21 @@ std::u16string const& bigText() {
   return text;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Contents, ExtContent,
-    ::testing::Values(
-        ContentCase{"EmojiText", [](PFClipboardData& d) { d.addData(u"text/plain", kEmoji); },
-                    u"text/plain", [](ClipboardContent const& c) { expectText(c, kEmoji); }},
-        ContentCase{"SixtyFourMiBText",
-                    [](PFClipboardData& d) { d.addData(u"text/plain", bigText()); }, u"text/plain",
-                    [](ClipboardContent const& c) { expectText(c, bigText()); }},
-        ContentCase{"Html",
-                    [](PFClipboardData& d) {
-                      d.addData(u"text/html", std::u16string(u"<b>caf\u00e9</b>"));
-                    },
-                    u"text/html",
-                    [](ClipboardContent const& c) { expectText(c, u"<b>caf\u00e9</b>"); }},
-        ContentCase{
-            "Png",
-            [](PFClipboardData& d) {
-              d.addData(u"image/png",
-                        std::make_unique<pf::graphics::PFImage>(pf::graphics::PFImage::Format::png,
-                                                                bytesOf(samplePng())));
-            },
-            u"image/png",
-            [](ClipboardContent const& c) { EXPECT_EQ(imageBytes(c), bytesOf(samplePng())); }},
-        ContentCase{
-            "FileListCut",
-            [](PFClipboardData& d) {
-              d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
-              d.setClipboardAction(PFClipboardAction::cut);
-            },
-            u"x-special/gnome-copied-files",
-            [](ClipboardContent const& c) {
-              ASSERT_EQ(c.index(), 4u);
-              EXPECT_EQ(stringOf(std::get<4>(c)), "cut\nfile:///tmp/a%20b\nfile:///c");
-            }},
-        ContentCase{
-            "FileListAsPaths",
-            [](PFClipboardData& d) {
-              d.addData(u"text/uri-list", std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")});
-            },
-            u"text/uri-list",
-            [](ClipboardContent const& c) {
-              ASSERT_EQ(c.index(), 2u);
-              EXPECT_EQ(std::get<2>(c), (std::vector<Path>{Path(u"/tmp/a b"), Path(u"/c")}));
-            }}),
-    [](auto const& info) { return std::string(info.param.name); });
-
-TEST_F(ExtPath, PrimarySelectionIsApartFromTheClipboard) {
-  auto data = std::make_unique<PFClipboardData>();
-  data->addData(u"text/plain", std::u16string(u"primary"));
-  other->write(std::move(data), PFClipboardMode::selection);
-  ASSERT_TRUE(waitForType(*ours, u"text/plain", PFClipboardMode::selection));
-  expectText(ours->read(u"text/plain", PFClipboardMode::selection), u"primary");
-  EXPECT_TRUE(ours->availableMimeTypes(PFClipboardMode::clipboard).empty());
-}
-
-TEST_F(ExtPath, EveryChangeIsOneNotificationOursIncluded) {
-  Changes counter;
-  for (int i = 0; i < 3; ++i) {
+// The one exact round trip of 64 MiB over Wayland (CMakeLists also runs it under an address
+// space cap): written by one instance, read by the other, in both directions.
+TEST_F(ExtPath, SixtyFourMiBTextTravelsBothWays) {
+  for (auto const& [writer, reader] :
+       {std::make_pair(ours.get(), other.get()), std::make_pair(other.get(), ours.get())}) {
     auto data = std::make_unique<PFClipboardData>();
-    data->addData(u"text/plain", std::u16string(u"change"));
-    (i % 2 ? ours : other)->write(std::move(data), PFClipboardMode::clipboard);
-    ASSERT_TRUE(counter.waitFor(i + 1, 5s));
+    data->addData(u"text/plain", bigText());
+    writer->write(std::move(data), PFClipboardMode::clipboard);
+    ASSERT_TRUE(waitForType(*reader, u"text/plain"));
+    expectText(reader->read(u"text/plain", PFClipboardMode::clipboard), bigText());
   }
-  auto data = std::make_unique<PFClipboardData>();
-  data->addData(u"text/plain", std::u16string(u"primary"));
-  other->write(std::move(data), PFClipboardMode::selection);
-  ASSERT_TRUE(waitForType(*ours, u"text/plain", PFClipboardMode::selection));
-  std::this_thread::sleep_for(300ms);
-  EXPECT_EQ(counter.count(), 3);
 }
 
-TEST_F(ExtPath, AStalledOwnerGivesAnError) {
-  Process peer({peerProgram(), "ext", "stall", "text/plain"}, {compositor->waylandDisplayEnv()},
-               {});
-  ASSERT_TRUE(waitForType(*ours, u"text/plain"));
-  EXPECT_THROW(ours->read(u"text/plain", PFClipboardMode::clipboard), std::runtime_error);
-}
-
-// Owners that die mid-transfer, by how they die: the connection first, or the pipe well before
-// the connection; with part of the data written or none.
+// Owners whose pipe ends well before their connection, with part of the data written or none
+// (the connection closing first is a conformance case).
 class ExtDyingOwner : public ExtPath, public ::testing::WithParamInterface<char const*> {};
 
 TEST_P(ExtDyingOwner, GivesAnErrorNeverPartialData) {
@@ -196,8 +101,7 @@ TEST_P(ExtDyingOwner, GivesAnErrorNeverPartialData) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Deaths, ExtDyingOwner,
-                         ::testing::Values("die-after=100000", "pipe-first-die-after=100000",
-                                           "pipe-first-die-after=0"),
+                         ::testing::Values("pipe-first-die-after=100000", "pipe-first-die-after=0"),
                          [](auto const& info) {
                            std::string name = info.param;
                            for (auto& c : name)

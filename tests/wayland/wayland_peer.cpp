@@ -4,10 +4,13 @@
 // moment later its connection, the way a dying process that the scheduler preempts between its
 // files closes them). As a paste
 // target (receive-stall=SECONDS) it asks for TYPE, reads nothing for that long, then reads to the
-// end and prints how many bytes came. As an owner that behaves (serve=FILE) it offers TYPE alone
-// and answers every paste with the file's bytes.
+// end and prints how many bytes came; `receive` prints the bytes themselves. As an owner that
+// behaves (serve=FILE) it offers TYPE alone and answers every paste with the file's bytes.
+// `primary` works on the primary selection instead of the clipboard.
 //
-//   wayland_peer ext|wlr stall|die-after=N|pipe-first-die-after=N|receive-stall=S|serve=FILE TYPE
+//   wayland_peer ext|wlr
+//   stall|die-after=N|pipe-first-die-after=N|receive-stall=S|receive|serve=FILE
+//                TYPE [primary]
 //   (WAYLAND_DISPLAY: the compositor)
 #include <poll.h>
 #include <signal.h>
@@ -33,6 +36,8 @@ bool g_ext = false;
 long g_dieAfter = -1;  // -1: stall
 bool g_pipeFirst = false;
 int g_receiveStall = -1;
+bool g_printBytes = false;
+bool g_primary = false;
 char const* g_type = "";
 std::string g_served;
 bool g_serve = false;
@@ -117,20 +122,25 @@ void drainLater(wl_display* display) {
     if (n <= 0)
       break;
     total += static_cast<std::size_t>(n);
+    if (g_printBytes)
+      std::fwrite(buffer, 1, static_cast<std::size_t>(n), stdout);
   }
-  std::printf("%zu\n", total);
+  if (!g_printBytes)
+    std::printf("%zu\n", total);
   std::exit(0);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(
-        stderr,
-        "usage: wayland_peer ext|wlr stall|die-after=N|pipe-first-die-after=N|serve=FILE TYPE\n");
+  if (argc != 4 && argc != 5) {
+    std::fprintf(stderr,
+                 "usage: wayland_peer ext|wlr "
+                 "stall|die-after=N|pipe-first-die-after=N|receive-stall=S|receive|serve=FILE "
+                 "TYPE [primary]\n");
     return 2;
   }
+  g_primary = argc == 5 && std::strcmp(argv[4], "primary") == 0;
   g_ext = std::strcmp(argv[1], "ext") == 0;
   if (std::strncmp(argv[2], "die-after=", 10) == 0)
     g_dieAfter = std::atol(argv[2] + 10);
@@ -140,6 +150,10 @@ int main(int argc, char** argv) {
   }
   if (std::strncmp(argv[2], "receive-stall=", 14) == 0)
     g_receiveStall = std::atoi(argv[2] + 14);
+  if (std::strcmp(argv[2], "receive") == 0) {
+    g_receiveStall = 0;
+    g_printBytes = true;
+  }
   if (std::strncmp(argv[2], "serve=", 6) == 0) {
     std::ifstream in(argv[2] + 6, std::ios::binary);
     std::ostringstream bytes;
@@ -169,10 +183,14 @@ int main(int argc, char** argv) {
       static ext_data_control_device_v1_listener const listener = {
           [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1*) {},
           [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1* offer) {
-            onSelection(offer, true);
+            if (!g_primary)
+              onSelection(offer, true);
           },
           [](void*, ext_data_control_device_v1*) {},
-          [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1*) {}};
+          [](void*, ext_data_control_device_v1*, ext_data_control_offer_v1* offer) {
+            if (g_primary)
+              onSelection(offer, true);
+          }};
       ext_data_control_device_v1_add_listener(device, &listener, nullptr);
       drainLater(display);
     }
@@ -182,19 +200,26 @@ int main(int argc, char** argv) {
         [](void*, ext_data_control_source_v1*) { std::exit(0); }};
     ext_data_control_source_v1_add_listener(source, &listener, nullptr);
     ext_data_control_source_v1_offer(source, argv[3]);
-    ext_data_control_device_v1_set_selection(device, source);
+    if (g_primary)
+      ext_data_control_device_v1_set_primary_selection(device, source);
+    else
+      ext_data_control_device_v1_set_selection(device, source);
   } else {
-    auto* manager = static_cast<zwlr_data_control_manager_v1*>(
-        wl_registry_bind(registry, g_manager, &zwlr_data_control_manager_v1_interface, 1));
+    auto* manager = static_cast<zwlr_data_control_manager_v1*>(wl_registry_bind(
+        registry, g_manager, &zwlr_data_control_manager_v1_interface, g_primary ? 2 : 1));
     auto* device = zwlr_data_control_manager_v1_get_data_device(manager, seat);
     if (g_receiveStall >= 0) {
       static zwlr_data_control_device_v1_listener const listener = {
           [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*) {},
           [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1* offer) {
-            onSelection(offer, false);
+            if (!g_primary)
+              onSelection(offer, false);
           },
           [](void*, zwlr_data_control_device_v1*) {},
-          [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*) {}};
+          [](void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1* offer) {
+            if (g_primary)
+              onSelection(offer, false);
+          }};
       zwlr_data_control_device_v1_add_listener(device, &listener, nullptr);
       drainLater(display);
     }
@@ -204,7 +229,10 @@ int main(int argc, char** argv) {
         [](void*, zwlr_data_control_source_v1*) { std::exit(0); }};
     zwlr_data_control_source_v1_add_listener(source, &listener, nullptr);
     zwlr_data_control_source_v1_offer(source, argv[3]);
-    zwlr_data_control_device_v1_set_selection(device, source);
+    if (g_primary)
+      zwlr_data_control_device_v1_set_primary_selection(device, source);
+    else
+      zwlr_data_control_device_v1_set_selection(device, source);
   }
   while (wl_display_dispatch(display) >= 0) {
   }

@@ -16,12 +16,6 @@
 #include <sstream>
 #include <thread>
 
-#include <condition_variable>
-#include <mutex>
-
-#include "platform/event.hpp"
-#include "platform/graphics.hpp"
-
 namespace wayland_test {
 
 namespace {
@@ -187,27 +181,6 @@ std::vector<pid_t> childrenOf(pid_t pid) {
   return out;
 }
 
-std::vector<std::byte> bytesOf(std::string const& text) {
-  std::vector<std::byte> bytes(text.size());
-  if (!text.empty())
-    std::memcpy(bytes.data(), text.data(), text.size());
-  return bytes;
-}
-
-std::string stringOf(std::vector<std::byte> const& bytes) {
-  std::string text(bytes.size(), '\0');
-  if (!bytes.empty())
-    std::memcpy(text.data(), bytes.data(), bytes.size());
-  return text;
-}
-
-std::string samplePng() {
-  std::vector<std::uint8_t> rgba(9 * 4 * 4);
-  for (std::size_t i = 0; i < rgba.size(); ++i)
-    rgba[i] = static_cast<std::uint8_t>(i * 29 + 3);
-  return stringOf(pf::graphics::PFImage::fromRgba(9, 4, rgba)->encodedBytes());
-}
-
 std::string sampleText(std::size_t size) {
   static char const* const pieces[] = {"plain words ", "caf\xc3\xa9 ", "\xe4\xb8\xad\xe6\x96\x87 ",
                                        "\xf0\x9f\x98\x80 ", "line\n"};
@@ -216,45 +189,6 @@ std::string sampleText(std::size_t size) {
   for (std::size_t i = 0; text.size() < size; ++i)
     text += pieces[(i * 7) % 5];
   return text;
-}
-
-std::vector<std::byte> imageBytes(pf::clipboard::ClipboardContent const& content) {
-  auto const* image = std::get_if<std::shared_ptr<pf::graphics::PFGraphics>>(&content);
-  if (image == nullptr || !*image)
-    return {};
-  return (*image)->encode(pf::graphics::kEncodePng, pf::graphics::kEncodeRaw, {})->bytes;
-}
-
-struct Changes::State {
-  std::mutex mutex;
-  std::condition_variable changed;
-  int count = 0;
-  std::unique_ptr<pf::event::PFEventRegistration> registration;
-};
-
-Changes::Changes() : state_(std::make_shared<State>()) {
-  state_->registration = std::make_unique<pf::event::PFEventRegistration>(
-      pf::event::PFSignalLocator::Instance()
-          .containerOf(pf::event::PFServiceType::clipboard)
-          .connect(pf::event::kClipboardChanged, [state = state_] {
-            std::lock_guard<std::mutex> lock(state->mutex);
-            ++state->count;
-            state->changed.notify_all();
-          }));
-}
-
-Changes::~Changes() {
-  state_->registration->unregister();
-}
-
-int Changes::count() {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->count;
-}
-
-bool Changes::waitFor(int atLeast, std::chrono::milliseconds timeout) {
-  std::unique_lock<std::mutex> lock(state_->mutex);
-  return state_->changed.wait_for(lock, timeout, [&] { return state_->count >= atLeast; });
 }
 
 std::string peerProgram() {

@@ -106,28 +106,9 @@ RunResult run(Compositor const& compositor, std::vector<std::string> const& argv
 // The children of a process (from /proc).
 std::vector<pid_t> childrenOf(pid_t pid);
 
-std::vector<std::byte> bytesOf(std::string const& text);
-std::string stringOf(std::vector<std::byte> const& bytes);
-std::string samplePng();
 // Text of `size` UTF-8 bytes or so, with accents and emoji spread through it.
 std::string sampleText(std::size_t size);
 
 std::string peerProgram();
-
-// The bytes of an image read from the clipboard (empty when it holds none).
-std::vector<std::byte> imageBytes(pf::clipboard::ClipboardContent const& content);
-
-// Counts process-wide clipboard-change events while alive.
-class Changes {
- public:
-  Changes();
-  ~Changes();
-  int count();
-  bool waitFor(int atLeast, std::chrono::milliseconds timeout = 5000ms);
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-};
 
 }  // namespace wayland_test

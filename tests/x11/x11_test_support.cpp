@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -210,31 +211,6 @@ bool RawClient::startIncrAndStall(std::string const& selection, std::string cons
     pollfd pfd{xcb_get_file_descriptor(c_), POLLIN, 0};
     ::poll(&pfd, 1, static_cast<int>(left.count()));
   }
-}
-
-Changes::Changes() {
-  registration_ = std::make_unique<pf::event::PFEventRegistration>(
-      pf::event::PFSignalLocator::Instance()
-          .containerOf(pf::event::PFServiceType::clipboard)
-          .connect(pf::event::kClipboardChanged, [this] {
-            std::lock_guard<std::mutex> lock(mutex_);
-            ++count_;
-            changed_.notify_all();
-          }));
-}
-
-Changes::~Changes() {
-  registration_->unregister();
-}
-
-int Changes::count() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return count_;
-}
-
-bool Changes::waitFor(int atLeast, std::chrono::milliseconds timeout) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  return changed_.wait_for(lock, timeout, [&] { return count_ >= atLeast; });
 }
 
 pf::clipboard::PFX11ClipboardOptions options() {

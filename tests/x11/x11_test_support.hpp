@@ -1,23 +1,21 @@
 // What the X11 tests share: a private Xvfb per test process, child processes that are always
-// reaped, a raw xcb client for looking at the wire, and a change counter.
+// reaped, and a raw xcb client for looking at the wire.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/event.hpp"
 #include "platform/formats/payload_formats.hpp"
 #include "platform/x11/x11_clipboard.hpp"
+#include "support/change_counter.hpp"
 #include "support/process.hpp"
 #include "support/temp_dir.hpp"
 
@@ -96,20 +94,7 @@ class RawClient {
   std::uint32_t window_ = 0;
 };
 
-// Counts process-wide clipboard-change events while alive.
-class Changes {
- public:
-  Changes();
-  ~Changes();
-  int count();
-  bool waitFor(int atLeast, std::chrono::milliseconds timeout = 5000ms);
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int count_ = 0;
-  std::unique_ptr<pf::event::PFEventRegistration> registration_;
-};
+using Changes = test_support::ChangeCounter;
 
 // Backend options for tests: our display and short timeouts, so that failures are quick.
 pf::clipboard::PFX11ClipboardOptions options();
