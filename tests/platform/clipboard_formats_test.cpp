@@ -147,6 +147,9 @@ INSTANTIATE_TEST_SUITE_P(
         EncodeCase{"text/html;charset=utf-16be", u"hi", std::string("\0h\0i", 4), u"hi"},
         // One question mark for each character Latin-1 lacks, a surrogate pair included.
         EncodeCase{"text/html;charset=latin1", u"\u00e9\u2603\U00010000.", "\xE9??.", u"\u00e9??."},
+        // Above the surrogates, or a low one alone: one character, the next one kept.
+        EncodeCase{"text/html;charset=latin1", std::u16string{u'\uFFFD', u'a', 0xDC00, u'b'},
+                   "?a?b", u"?a?b"},
         EncodeCase{"text/html;charset=koi8-r", u"\u00e9", "\xC3\xA9", std::nullopt}));
 
 struct UriCase {
