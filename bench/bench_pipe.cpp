@@ -43,7 +43,7 @@ void report(benchmark::State& state, std::vector<double>& samples) {
 // clipboard-host on two pipes, on the tests' process kit.
 class Host {
  public:
-  Host() : process_(spec()) {}
+  Host() : process_(launch()) {}
 
   void writeLine(std::string const& line) {
     if (!process_.writeLine(line)) {
@@ -61,10 +61,10 @@ class Host {
   }
 
  private:
-  static test_support::ProcessSpec spec() {
-    test_support::ProcessSpec spec;
-    spec.argv = {CLIPBOARD_HOST_PATH};
-    return spec;
+  static test_support::Launch launch() {
+    test_support::Launch launch;
+    launch.argv = {CLIPBOARD_HOST_PATH};
+    return launch;
   }
 
   test_support::Process process_;

@@ -47,7 +47,7 @@ void report(benchmark::State& state, std::vector<double> const& samples) {
 // address from.
 class Child {
  public:
-  Child(std::vector<std::string> args, bool) : process_(spec(std::move(args))) {}
+  Child(std::vector<std::string> args, bool) : process_(launch(std::move(args))) {}
 
   void writeLine(std::string const& line) {
     if (!process_.writeLine(line)) {
@@ -58,12 +58,12 @@ class Child {
   std::string readErrorLine() { return orThrow(process_.readErrorLine()); }
 
  private:
-  static test_support::ProcessSpec spec(std::vector<std::string> args) {
-    test_support::ProcessSpec spec;
-    spec.argv = std::move(args);
-    spec.argv.insert(spec.argv.begin(), CLIPBOARD_HOST_PATH);
-    spec.err = test_support::Stream::pipe();
-    return spec;
+  static test_support::Launch launch(std::vector<std::string> args) {
+    test_support::Launch launch;
+    launch.argv = std::move(args);
+    launch.argv.insert(launch.argv.begin(), CLIPBOARD_HOST_PATH);
+    launch.err = test_support::Stream::pipe();
+    return launch;
   }
   static std::string orThrow(std::optional<std::string> line) {
     if (!line) {

@@ -14,28 +14,28 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 namespace websocket = beast::websocket;
 using tcp = asio::ip::tcp;
+using test_support::Launch;
 using test_support::Process;
-using test_support::ProcessSpec;
 using test_support::Stream;
 
 std::unique_ptr<Process> startHost(std::vector<std::string> options, std::vector<std::string> env) {
-  ProcessSpec spec;
-  spec.argv = std::move(options);
-  spec.argv.insert(spec.argv.begin(), CLIPBOARD_HOST_PATH);
-  spec.env = std::move(env);
-  return std::make_unique<Process>(std::move(spec));
+  Launch launch;
+  launch.argv = std::move(options);
+  launch.argv.insert(launch.argv.begin(), CLIPBOARD_HOST_PATH);
+  launch.env = std::move(env);
+  return std::make_unique<Process>(std::move(launch));
 }
 
 WebHost::WebHost(std::vector<std::string> options, std::vector<std::string> env) {
-  ProcessSpec spec;
-  spec.argv = {CLIPBOARD_HOST_PATH, "--listen", "127.0.0.1:0", "--web-root",
-               std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/web"};
-  spec.argv.insert(spec.argv.end(), options.begin(), options.end());
-  spec.env = std::move(env);
-  spec.in = Stream::null();
-  spec.out = Stream::null();
-  spec.err = Stream::pipe();
-  process_ = std::make_unique<Process>(std::move(spec));
+  Launch launch;
+  launch.argv = {CLIPBOARD_HOST_PATH, "--listen", "127.0.0.1:0", "--web-root",
+                 std::string(EDITOR_CLIPBOARD_SOURCE_DIR) + "/web"};
+  launch.argv.insert(launch.argv.end(), options.begin(), options.end());
+  launch.env = std::move(env);
+  launch.in = Stream::null();
+  launch.out = Stream::null();
+  launch.err = Stream::pipe();
+  process_ = std::make_unique<Process>(std::move(launch));
   firstErrorLine_ = process_->readErrorLine(20s).value_or("");
   std::string const prefix = "listening on http://127.0.0.1:";
   if (firstErrorLine_.rfind(prefix, 0) != 0) {

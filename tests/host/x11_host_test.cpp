@@ -13,14 +13,14 @@
 
 namespace {
 
+using test_support::Launch;
 using test_support::Process;
-using test_support::ProcessSpec;
 
 std::unique_ptr<Process> start(std::vector<std::string> argv, std::vector<std::string> env) {
-  ProcessSpec spec;
-  spec.argv = std::move(argv);
-  spec.env = std::move(env);
-  return std::make_unique<Process>(std::move(spec));
+  Launch launch;
+  launch.argv = std::move(argv);
+  launch.env = std::move(env);
+  return std::make_unique<Process>(std::move(launch));
 }
 
 class X11Host : public ::testing::Test {

@@ -118,21 +118,21 @@ void closeIfOpen(int& fd) {
 
 }  // namespace
 
-Process::Process(ProcessSpec spec) {
+Process::Process(Launch launch) {
   // A child must not kill us with SIGPIPE when it stops reading.
   ::signal(SIGPIPE, SIG_IGN);
-  std::string const program = findProgram(spec.argv.at(0));
-  std::vector<std::string> const environment = environmentWith(spec.env);
-  std::vector<char*> const args = pointersTo(spec.argv);
+  std::string const program = findProgram(launch.argv.at(0));
+  std::vector<std::string> const environment = environmentWith(launch.env);
+  std::vector<char*> const args = pointersTo(launch.argv);
   std::vector<char*> const envp = pointersTo(environment);
   Ends ends[3];
   try {
-    ends[0] = open(spec.in, STDIN_FILENO, errorPath_);
-    ends[1] = open(spec.out, STDOUT_FILENO, errorPath_);
-    if (spec.err.kind == Stream::Kind::output) {
+    ends[0] = open(launch.in, STDIN_FILENO, errorPath_);
+    ends[1] = open(launch.out, STDOUT_FILENO, errorPath_);
+    if (launch.err.kind == Stream::Kind::output) {
       ends[2].child = ::fcntl(ends[1].child, F_DUPFD_CLOEXEC, 0);
     } else {
-      ends[2] = open(spec.err, STDERR_FILENO, errorPath_);
+      ends[2] = open(launch.err, STDERR_FILENO, errorPath_);
     }
   } catch (...) {
     for (auto& end : ends) {
@@ -141,7 +141,7 @@ Process::Process(ProcessSpec spec) {
     }
     throw;
   }
-  auto const user = spec.user;
+  auto const user = launch.user;
   pid_t const parent = ::getpid();
   pid_ = ::fork();
   if (pid_ == 0) {
@@ -342,17 +342,17 @@ namespace {
 
 // -displayfd picks a free display and writes its number; -noreset keeps the server up between
 // clients (a reset when the last one leaves refuses the next one).
-ProcessSpec xvfbSpec(std::string const& screen) {
-  ProcessSpec spec;
-  spec.argv = {"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0", screen};
-  spec.env = {"DISPLAY"};
-  spec.in = Stream::null();
-  return spec;
+Launch xvfbLaunch(std::string const& screen) {
+  Launch launch;
+  launch.argv = {"Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0", screen};
+  launch.env = {"DISPLAY"};
+  launch.in = Stream::null();
+  return launch;
 }
 
 }  // namespace
 
-Xvfb::Xvfb(std::string const& screen) : server_(xvfbSpec(screen)) {
+Xvfb::Xvfb(std::string const& screen) : server_(xvfbLaunch(screen)) {
   auto const number = server_.readLine(20s);
   if (!number || number->empty()) {
     throw std::runtime_error("Xvfb did not start: " + server_.errorText());

@@ -30,7 +30,8 @@ struct Stream {
   static Stream output() { return {Kind::output, {}}; }
 };
 
-struct ProcessSpec {
+// What to start and how.
+struct Launch {
   // argv[0] is a path, or a name looked up in $PATH.
   std::vector<std::string> argv;
   // Changes to our environment: "NAME=value" sets NAME, a bare "NAME" removes it.
@@ -47,7 +48,7 @@ class Process {
  public:
   // Starts the child in a process group of its own, killed if this process dies first. Throws
   // std::runtime_error when it cannot be started (the program missing, say).
-  explicit Process(ProcessSpec spec);
+  explicit Process(Launch launch);
   // Closes the input and stop()s the child.
   ~Process();
   Process(Process const&) = delete;

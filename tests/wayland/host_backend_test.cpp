@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
 class HostPipe {
  public:
   HostPipe(std::vector<std::string> const& args, std::string const& waylandDisplay)
-      : host_(spec(args, waylandDisplay)) {}
+      : host_(launch(args, waylandDisplay)) {}
   // Sends one line and returns the next output line that contains `marker`.
   std::string send(std::string const& line, std::string const& marker) {
     if (!host_.writeLine(line))
@@ -104,14 +104,14 @@ class HostPipe {
   }
 
  private:
-  static test_support::ProcessSpec spec(std::vector<std::string> const& args,
-                                        std::string const& waylandDisplay) {
-    test_support::ProcessSpec spec;
-    spec.argv = {CLIPBOARD_HOST_PATH};
-    spec.argv.insert(spec.argv.end(), args.begin(), args.end());
-    spec.env = {"WAYLAND_DISPLAY=" + waylandDisplay, "DISPLAY"};
-    spec.err = test_support::Stream::null();
-    return spec;
+  static test_support::Launch launch(std::vector<std::string> const& args,
+                                     std::string const& waylandDisplay) {
+    test_support::Launch launch;
+    launch.argv = {CLIPBOARD_HOST_PATH};
+    launch.argv.insert(launch.argv.end(), args.begin(), args.end());
+    launch.env = {"WAYLAND_DISPLAY=" + waylandDisplay, "DISPLAY"};
+    launch.err = test_support::Stream::null();
+    return launch;
   }
 
   test_support::Process host_;
